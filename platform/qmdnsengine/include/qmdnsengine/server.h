@@ -1,0 +1,33 @@
+#pragma once
+
+#include <qmdnsengine/abstractserver.h>
+
+#include <memory>
+
+namespace QMdnsEngine {
+
+class ServerPrivate;
+
+// The sockets of multicast DNS (RFC 6762): port 5353 on every multicast interface, IPv4 and IPv6,
+// shared with whatever other responders the machine runs. It asks and listens, and publishes
+// nothing.
+//
+// The sockets are open when the constructor returns and closed by the destructor. A server that
+// cannot open them emits error once and stays silent. Interfaces that come and go are followed.
+//
+// Everything runs on the event loop of the thread that makes the server; browsers and resolvers
+// belong on that thread, too. They may outlive the server: they are quiet from then on.
+class Server final : public AbstractServer {
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(Server)
+
+public:
+    explicit Server(QObject *parent = nullptr);
+    ~Server() override;
+
+private:
+    friend class ServerPrivate;
+    std::shared_ptr<ServerPrivate> d;
+};
+
+} // namespace QMdnsEngine

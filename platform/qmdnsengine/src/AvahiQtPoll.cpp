@@ -1,0 +1,151 @@
+#include "AvahiQtPoll.h"
+
+#include "PacketGuard.h"
+
+#include <avahi-common/timeval.h>
+
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <limits>
+
+// Both kinds are children of the poll object and are deleted later, so that one which is freed
+// inside its own callback still exists while the callback returns through it.
+
+struct AvahiWatch final : QObject {
+    AvahiWatch(QObject *parent, int descriptor, AvahiWatchCallback function, void *data)
+        : QObject(parent)
+        , fd(descriptor)
+        , callback(function)
+        , userdata(data)
+        , guarded(PacketGuard::isNameServiceSocket(descriptor))
+        , readable(fd, QSocketNotifier::Read)
+        , writable(fd, QSocketNotifier::Write)
+    {
+        connect(&readable, &QSocketNotifier::activated, this, [this] { activate(AVAHI_WATCH_IN); });
+        connect(&writable, &QSocketNotifier::activated, this,
+                [this] { activate(AVAHI_WATCH_OUT); });
+    }
+
+    void listen(AvahiWatchEvent events)
+    {
+        readable.setEnabled((events & AVAHI_WATCH_IN) != 0);
+        writable.setEnabled((events & AVAHI_WATCH_OUT) != 0);
+    }
+
+    void activate(AvahiWatchEvent event)
+    {
+        if (!guarded || event != AVAHI_WATCH_IN) {
+            call(event);
+            return;
+        }
+        // Avahi reads one packet a call. When a whole plant answers at once, one packet a turn of
+        // the event loop would leave the rest to overflow the socket's buffer.
+        for (int i = 0; i < packetsPerTurn && callback && PacketGuard::admitNext(fd); ++i) {
+            call(event);
+        }
+    }
+
+    void call(AvahiWatchEvent event)
+    {
+        if (callback) {
+            happened = event;
+            callback(this, fd, event, userdata);
+            happened = AvahiWatchEvent(0);
+        }
+    }
+
+    static constexpr int packetsPerTurn = 64;
+
+    int fd;
+    AvahiWatchCallback callback;
+    void *userdata;
+    bool guarded;
+    AvahiWatchEvent happened = AvahiWatchEvent(0);
+    QSocketNotifier readable;
+    QSocketNotifier writable;
+};
+
+struct AvahiTimeout final : QObject {
+    AvahiTimeout(QObject *parent, AvahiTimeoutCallback function, void *data)
+        : QObject(parent)
+        , callback(function)
+        , userdata(data)
+    {
+        timer.setSingleShot(true);
+        timer.setTimerType(Qt::PreciseTimer);
+        connect(&timer, &QTimer::timeout, this, [this] { callback(this, userdata); });
+    }
+
+    void schedule(const timeval *when)
+    {
+        if (!when) {
+            timer.stop();
+            return;
+        }
+        // Rounded up: Avahi takes a wake-up before its time for nothing and asks for another one.
+        const AvahiUsec left = (-avahi_age(when) + 999) / 1000;
+        timer.start(int(qBound<AvahiUsec>(0, left, std::numeric_limits<int>::max())));
+    }
+
+    AvahiTimeoutCallback callback;
+    void *userdata;
+    QTimer timer;
+};
+
+namespace {
+
+AvahiWatch *newWatch(const AvahiPoll *api, int fd, AvahiWatchEvent events,
+                     AvahiWatchCallback callback, void *userdata)
+{
+    auto *const watch =
+        new AvahiWatch(static_cast<QObject *>(api->userdata), fd, callback, userdata);
+    watch->listen(events);
+    return watch;
+}
+
+void updateWatch(AvahiWatch *watch, AvahiWatchEvent events)
+{
+    watch->listen(events);
+}
+
+AvahiWatchEvent watchEvents(AvahiWatch *watch)
+{
+    return watch->happened;
+}
+
+void freeWatch(AvahiWatch *watch)
+{
+    watch->listen(AvahiWatchEvent(0));
+    watch->callback = nullptr;
+    watch->deleteLater();
+}
+
+AvahiTimeout *newTimeout(const AvahiPoll *api, const timeval *when, AvahiTimeoutCallback callback,
+                         void *userdata)
+{
+    auto *const timeout =
+        new AvahiTimeout(static_cast<QObject *>(api->userdata), callback, userdata);
+    timeout->schedule(when);
+    return timeout;
+}
+
+void updateTimeout(AvahiTimeout *timeout, const timeval *when)
+{
+    timeout->schedule(when);
+}
+
+void freeTimeout(AvahiTimeout *timeout)
+{
+    timeout->timer.stop();
+    timeout->deleteLater();
+}
+
+} // namespace
+
+AvahiQtPoll::AvahiQtPoll(QObject *parent)
+    : QObject(parent)
+    , table{this,      newWatch,   updateWatch,   watchEvents,
+            freeWatch, newTimeout, updateTimeout, freeTimeout}
+{
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <avahi-core/core.h>
+#include <avahi-core/lookup.h>
+
+#include <QByteArray>
+#include <QMap>
+#include <QPair>
+
+#include <functional>
+#include <memory>
+
+namespace QMdnsEngine {
+
+class ServerPrivate;
+
+// An interface and an IP version: each record is cached for each of them.
+using Link = QPair<int, int>;
+
+// A continuous query for the records of one name and type. It ends with its server, at the latest.
+class RecordLookup final {
+    Q_DISABLE_COPY_MOVE(RecordLookup)
+
+public:
+    enum class Event {
+        Found, // a record appeared on a link
+        Lost, // it expired, or its owner said goodbye
+        CacheRead, // once: all that was known at the start has been found
+    };
+    // Called by the event loop while Avahi works: it may start lookups, but not end any, and must
+    // not run code that could destroy a server. The record is null for CacheRead.
+    using Handler = std::function<void(Event, Link, const AvahiRecord *)>;
+
+    // A name that is malformed, or a server that is null or closed, gives a lookup without events.
+    RecordLookup(std::shared_ptr<ServerPrivate> server, const QByteArray &name, quint16 type,
+                 Handler handler);
+    ~RecordLookup();
+
+    // Has no more events.
+    void stop();
+
+private:
+    static void onEvent(AvahiSRecordBrowser *browser, AvahiIfIndex interface,
+                        AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord *record,
+                        AvahiLookupResultFlags flags, void *userdata);
+
+    std::shared_ptr<ServerPrivate> server;
+    Handler handler;
+    AvahiSRecordBrowser *records = nullptr;
+};
+
+// A domain name of Avahi's as this layer shows it: with the trailing dot, and nothing escaped but
+// dots and backslashes inside labels. Empty if it cannot be shown.
+QByteArray shownName(const char *name);
+
+// The attributes that the strings of a TXT record stand for (RFC 6763, section 6.4); a bare key has
+// a null value.
+QMap<QByteArray, QByteArray> attributesOf(const AvahiStringList *strings);
+
+} // namespace QMdnsEngine

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayList>
+#include <QHostAddress>
+#include <QNetworkInterface>
+#include <QUdpSocket>
+#include <QtEndian>
+
+#include <map>
+
+// Multicast DNS responses byte by byte (RFC 1035, RFC 6762), so that a test decides what stands in
+// which packet, and a sender that puts packets on the links of the test network.
+namespace Mdns {
+
+inline QByteArray bigEndian(quint32 number, int bytes)
+{
+    QByteArray raw(4, '\0');
+    qToBigEndian(number, raw.data());
+    return raw.right(bytes);
+}
+
+inline QByteArray label(const QByteArray &text)
+{
+    return bigEndian(quint32(text.size()), 1) + text;
+}
+
+// "cam1.local" in wire form; an instance name goes in front as a label of its own.
+inline QByteArray name(const QByteArray &dotted)
+{
+    QByteArray wire;
+    const QByteArrayList parts = dotted.split('.');
+    for (const QByteArray &part : parts) {
+        wire += label(part);
+    }
+    return wire + '\0';
+}
+
+enum Type { A = 1, CName = 5, Ptr = 12, Txt = 16, Aaaa = 28, Srv = 33 };
+
+constexpr quint32 hour = 3600;
+constexpr quint32 goodbye = 0;
+
+class Packet {
+public:
+    // Records that belong to one host replace what was known of it; pointers are shared by many.
+    Packet &add(const QByteArray &owner, Type type, const QByteArray &data, quint32 ttl = hour)
+    {
+        const quint32 recordClass = type == Ptr ? 1 : 0x8001;
+        records += owner + bigEndian(type, 2) + bigEndian(recordClass, 2) + bigEndian(ttl, 4)
+            + bigEndian(quint32(data.size()), 2) + data;
+        ++count;
+        return *this;
+    }
+
+    Packet &target(const QByteArray &owner, const QByteArray &host, quint16 port,
+                   quint32 ttl = hour)
+    {
+        return add(owner, Srv, QByteArray(4, '\0') + bigEndian(port, 2) + name(host), ttl);
+    }
+
+    Packet &text(const QByteArray &owner, const QByteArrayList &strings, quint32 ttl = hour)
+    {
+        QByteArray data;
+        for (const QByteArray &string : strings) {
+            data += label(string);
+        }
+        return add(owner, Txt, data.isEmpty() ? QByteArray(1, '\0') : data, ttl);
+    }
+
+    Packet &address(const QByteArray &host, const QString &text, quint32 ttl = hour)
+    {
+        const QHostAddress ip(text);
+        if (ip.protocol() == QAbstractSocket::IPv4Protocol) {
+            return add(name(host), A, bigEndian(ip.toIPv4Address(), 4), ttl);
+        }
+        const Q_IPV6ADDR raw = ip.toIPv6Address();
+        return add(name(host), Aaaa, QByteArray(reinterpret_cast<const char *>(&raw), 16), ttl);
+    }
+
+    Packet &with(const Packet &other)
+    {
+        records += other.records;
+        count += other.count;
+        return *this;
+    }
+
+    QByteArray bytes() const
+    {
+        return bigEndian(0x8400, 4) + bigEndian(count, 4) + bigEndian(0, 4) + records;
+    }
+
+private:
+    QByteArray records;
+    quint32 count = 0;
+};
+
+class Sender {
+public:
+    // protocol is the IP version to send over, link the interface to send from.
+    bool send(const QByteArray &packet, const QString &link = QStringLiteral("vx0"),
+              QAbstractSocket::NetworkLayerProtocol protocol = QAbstractSocket::IPv4Protocol)
+    {
+        const bool ip4 = protocol == QAbstractSocket::IPv4Protocol;
+        QHostAddress group(QLatin1String(ip4 ? "224.0.0.251" : "ff02::fb"));
+        auto &socket = sockets[{link, protocol}];
+        if (!socket) {
+            socket = std::make_unique<QUdpSocket>();
+            socket->bind(ip4 ? QHostAddress::AnyIPv4 : QHostAddress::AnyIPv6, 5353,
+                         QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
+            socket->setMulticastInterface(QNetworkInterface::interfaceFromName(link));
+            socket->setSocketOption(QAbstractSocket::MulticastTtlOption, 255);
+        }
+        if (!ip4) {
+            group.setScopeId(link);
+        }
+        return socket->writeDatagram(packet, group, 5353) == packet.size();
+    }
+
+private:
+    std::map<QPair<QString, int>, std::unique_ptr<QUdpSocket>> sockets;
+};
+
+} // namespace Mdns
