@@ -1,0 +1,66 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QList>
+
+#include <memory>
+
+// A DNS-SD service (RFC 6763) as it is announced. From the start: a node's Node API.
+struct Announcement {
+    QByteArray instance; // UTF-8, at most 63 bytes of any kind but NUL, no escapes
+    QByteArray hostName = "plant"; // one label; ".local" is added
+    QList<QHostAddress> addresses = {}; // the host's A and AAAA records
+    quint16 port = 0;
+    QByteArray type = "_nmos-node._tcp";
+    // The strings of the TXT record, each of at most 255 bytes, in this order.
+    QList<QByteArray> txt = {"api_proto=http", "api_ver=v1.0,v1.1,v1.2,v1.3", "api_auth=false",
+                             "pri=100"};
+    bool hasTxt = true; // false: no TXT record at all, which some devices manage
+};
+
+// Announces services by multicast DNS (RFC 6762) on every interface, from a thread of its own;
+// needs no event loop. Several may run side by side in one process and beside any other mDNS
+// responder of the machine.
+//
+// Announcements go out about a second after they were made, once their names have been probed for.
+// A name that somebody else owns is not announced at all: see hasCollision().
+class Announcer final {
+public:
+    Announcer();
+    // Sends goodbyes for all that is still announced.
+    ~Announcer();
+    Q_DISABLE_COPY_MOVE(Announcer)
+
+    // Drops the lines that Avahi writes to standard error about interfaces and neighbours, for all
+    // users of Avahi in this process.
+    static void silenceAvahi();
+
+    // False when the sockets could not be opened, or after vanish(); then nothing is announced.
+    bool isRunning() const;
+
+    // Announces a service; announcements of the same host share its address records: the first one
+    // of a host gives the addresses. False when it cannot be (a service already announced here, a
+    // name or type that is no valid one).
+    bool announce(const Announcement &announcement);
+
+    // Announces a changed TXT record of a service announced here. False when there is none such.
+    bool updateTxt(const QByteArray &instance, const QList<QByteArray> &txt,
+                   const QByteArray &type = "_nmos-node._tcp");
+
+    // Withdraws a service with a goodbye. False when there is none such.
+    bool withdraw(const QByteArray &instance, const QByteArray &type = "_nmos-node._tcp");
+
+    // Falls silent as a node does that loses its power: no goodbye is sent and no question
+    // answered.
+    void vanish();
+
+    // The announcement's probing has ended well and it has been sent.
+    bool isEstablished(const QByteArray &instance,
+                       const QByteArray &type = "_nmos-node._tcp") const;
+    bool hasCollision(const QByteArray &instance, const QByteArray &type = "_nmos-node._tcp") const;
+
+private:
+    struct Private;
+    const std::unique_ptr<Private> d;
+};

@@ -1,0 +1,134 @@
+#pragma once
+
+#include "Fault.h"
+#include "NodeDescription.h"
+
+#include <QHostAddress>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+
+// A request as it came in.
+struct LoggedRequest {
+    QString method;
+    QString path; // with the query, as it stood in the request line
+    QByteArray body;
+    QByteArray contentType;
+    QList<QPair<QByteArray, QByteArray>> headers; // in no particular order, names as sent
+};
+
+// An NMOS node on real sockets: AMWA IS-04 v1.3 Node API and IS-05 v1.1 Connection API at one
+// address and port, resources and answers as the AMWA schemas have them, SDP manifests as SMPTE ST
+// 2110-20, -30 and -40 senders publish them.
+//
+// Requests are served on threads of the node's own, so the thread that made the node may run an
+// event loop or wait. Every member may be called from any thread at any time.
+//
+// A receiver that is patched with a transport file takes addresses and port from it, and refuses
+// (400) what is no SDP or one of another essence. Senders are active from the start, receivers are
+// not. Nodes of the same label have the same ids. An immediate activation takes effect before its
+// PATCH is answered; a scheduled one locks the staged parameters (423) until its time has come.
+class SimulatedNode final {
+public:
+    // Listens at once. Port 0 takes a free one. A link-local address needs its scope id. When
+    // the address cannot be had, isListening() is false and nothing is served.
+    explicit SimulatedNode(const NodeDescription &description = NodeDescription::transmitter(),
+                           const QHostAddress &address = QHostAddress::LocalHost, quint16 port = 0);
+    // Ends every connection, also those with requests that hang, at once.
+    ~SimulatedNode();
+    Q_DISABLE_COPY_MOVE(SimulatedNode)
+
+    bool isListening() const;
+    QHostAddress address() const;
+    quint16 port() const;
+    QString label() const;
+
+    // "127.0.0.1:8010"; an IPv6 address stands without brackets, with its zone: "::1:8010".
+    QString host() const;
+
+    // "http://127.0.0.1:8010", an IPv6 address in brackets, a zone as %25zone (RFC 6874); no slash
+    // at the end.
+    QString baseUrl() const;
+
+    // Goes off the air: closes all connections and the port. Connecting is refused until start().
+    void stop();
+
+    // Listens again, on the same port, with all state kept. False when the port is taken.
+    bool start();
+
+    // Ids in the order of the description.
+    QString nodeId() const;
+    QStringList deviceIds() const;
+    QStringList senderIds() const;
+    QStringList senderIds(Essence essence) const;
+    QStringList receiverIds() const;
+    QStringList receiverIds(Essence essence) const;
+
+    // Paths, for faults, resources and comparing with the request log:
+    // "/x-nmos/node/v1.3/senders/" for "senders";
+    static QString collectionPath(const QString &name);
+    // "/x-nmos/connection/v1.1/single/receivers/ID/staged"
+    static QString receiverStagedPath(const QString &id);
+    static QString senderStagedPath(const QString &id);
+    // "/x-nmos/connection/v1.1/single/senders/ID/transportfile", where manifest_href points to.
+    static QString manifestPath(const QString &senderId);
+
+    // The endpoints of the Connection API as they are now; empty for an unknown id.
+    QJsonObject receiverStaged(const QString &id) const;
+    QJsonObject receiverActive(const QString &id) const;
+    QJsonObject senderStaged(const QString &id) const;
+    QJsonObject senderActive(const QString &id) const;
+
+    // The SDP that the sender offers now.
+    QByteArray manifest(const QString &senderId) const;
+
+    // The Node API's collection "devices", "sources", "flows", "senders" or "receivers" as the
+    // node's state gives it, whatever setCollection() put in its place.
+    QJsonArray collection(const QString &name) const;
+
+    // Serves this in place of the collection, with and without trailing slash, be it JSON or not.
+    // Single resources and the Connection API stay as they are.
+    void setCollection(const QString &name, const QByteArray &body);
+    void setCollection(const QString &name, const QJsonArray &array);
+
+    // Serves a body for GET requests of any path (without query), known to the node or not.
+    void setResource(const QString &path, const QByteArray &body,
+                     const QByteArray &contentType = "application/json");
+
+    // Takes back everything given to setCollection() and setResource().
+    void clearResources();
+
+    // Switches a fault on for a path (without query, its trailing slash not compared); a path that
+    // ends in '*' stands for every path that begins with what precedes the '*'. Replaces the
+    // fault of the same path and method. When several match, the one set last acts.
+    void setFault(const QString &path, const Fault &fault);
+    // Takes back the faults of this path, or all; requests that hang on one get their answer.
+    void clearFault(const QString &path);
+    void clearFaults();
+
+    // Milliseconds that every answer takes, over and above any fault; 0 from the start.
+    void setResponseDelay(int milliseconds);
+
+    // Every request since the start or since clearRequests(), in order of arrival. A request is in
+    // here before any of its answer is sent.
+    QList<LoggedRequest> requests() const;
+    // "GET /x-nmos/node/v1.3/senders/"
+    QStringList requestLines() const;
+    // The requests of that method only.
+    QList<LoggedRequest> requests(const QString &method) const;
+    void clearRequests();
+
+    // Called for every request after it was logged, on the thread that serves it. It must not stop
+    // the node.
+    void setRequestObserver(const std::function<void(const LoggedRequest &)> &observer);
+
+private:
+    struct Private;
+    const std::unique_ptr<Private> d;
+};
