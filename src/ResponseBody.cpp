@@ -1,0 +1,115 @@
+#include "ResponseBody.h"
+
+#include <QNetworkReply>
+#include <QUrl>
+
+#include <zlib.h>
+
+#include <array>
+
+namespace {
+
+// How much the toolkit may hold before it is taken over: each time costs a large body a turn of the
+// event loop and the thread that reads a pause.
+constexpr qint64 readAhead = 1024 * 1024;
+// It holds each chunk of a chunked body by itself, and gives them up at a cost that grows with the
+// square of their number: more would hold up the event loop when a peer sends a byte a chunk.
+constexpr qint64 readAheadInChunks = 64 * 1024;
+
+constexpr int gzipOrZlib = MAX_WBITS + 32;
+// Some servers send "deflate" without its wrapper.
+constexpr int rawDeflate = -MAX_WBITS;
+
+// Null when the bytes are not in that format or not whole. Stops once there is more than the limit.
+QByteArray inflated(const QByteArray &packed, int format, qint64 limit)
+{
+    z_stream stream{};
+    if (inflateInit2(&stream, format) != Z_OK) {
+        return {};
+    }
+    // zlib only reads it.
+    stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(packed.constData()));
+    stream.avail_in = static_cast<uInt>(packed.size());
+    std::array<char, 64 * 1024> piece;
+    QByteArray text("");
+    int result = Z_OK;
+    while (result == Z_OK && text.size() <= limit) {
+        stream.next_out = reinterpret_cast<Bytef *>(piece.data());
+        stream.avail_out = static_cast<uInt>(piece.size());
+        result = inflate(&stream, Z_NO_FLUSH);
+        text.append(piece.data(), static_cast<int>(piece.size() - stream.avail_out));
+    }
+    inflateEnd(&stream);
+    return result == Z_OK || result == Z_STREAM_END ? text : QByteArray();
+}
+
+} // namespace
+
+QNetworkRequest ResponseBody::requestFor(const QUrl &url)
+{
+    QNetworkRequest request(url);
+    // The toolkit's own words; who says them himself unpacks himself.
+    request.setRawHeader("Accept-Encoding", "gzip, deflate");
+    return request;
+}
+
+ResponseBody::ResponseBody(QNetworkReply *reply, qint64 limit, QObject *parent)
+    : QObject(parent)
+    , source(reply)
+    , maximum(limit)
+{
+    // The limit is lost on a request that has not begun; it begins by an event that is posted
+    // already, so this one comes after it.
+    QMetaObject::invokeMethod(
+        reply, [reply] { reply->setReadBufferSize(readAheadInChunks); }, Qt::QueuedConnection);
+    connect(reply, &QNetworkReply::readyRead, this, &ResponseBody::collect);
+    connect(reply, &QNetworkReply::finished, this, &ResponseBody::collect);
+}
+
+QByteArray ResponseBody::text()
+{
+    const QByteArray encoding = source->rawHeader("Content-Encoding").trimmed().toLower();
+    const bool isPacked = encoding == "gzip" || encoding == "x-gzip" || encoding == "deflate";
+    if (!reason.isNull() || !isPacked || received.isEmpty()) {
+        return received;
+    }
+    QByteArray text = inflated(received, gzipOrZlib, maximum);
+    if (text.isNull()) {
+        text = inflated(received, rawDeflate, maximum);
+    }
+    if (text.isNull()) {
+        reason = QStringLiteral("The response cannot be unpacked");
+    } else if (text.size() > maximum) {
+        reason = QStringLiteral("The response is too large");
+        text.clear();
+    }
+    return text;
+}
+
+QString ResponseBody::failure() const
+{
+    return reason;
+}
+
+void ResponseBody::collect()
+{
+    if (!reason.isNull()) {
+        return;
+    }
+    if (!source->isFinished()) {
+        // Each time wakes the toolkit's thread, which a small body can do without.
+        if (source->bytesAvailable() < source->readBufferSize() / 2) {
+            return;
+        }
+        // The thread stands still at the old limit until something is taken over.
+        if (!source->hasRawHeader("Transfer-Encoding")) {
+            source->setReadBufferSize(readAhead);
+        }
+    }
+    received.append(source->readAll());
+    if (received.size() > maximum) {
+        received.clear();
+        reason = QStringLiteral("The response is too large");
+        emit tooLarge();
+    }
+}

@@ -1,0 +1,244 @@
+#include "nmos/SyncHttp.h"
+
+#include "ResponseBody.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QPointer>
+#include <QUrl>
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+int requestDepth = 0;
+
+// Set while the program closes, from the first wait that this ends until the outermost event loop
+// has returned. The commands that waited go on with their next steps, and none of those may reach a
+// node.
+bool closing = false;
+
+std::array<QElapsedTimer, maximumRequestDepth> waits;
+
+// One place among the nested waits, held as long as the object lives.
+class Level final {
+    Q_DISABLE_COPY_MOVE(Level)
+
+public:
+    Level()
+    {
+        waits.at(static_cast<std::size_t>(requestDepth)).start();
+        ++requestDepth;
+    }
+
+    ~Level()
+    {
+        --requestDepth;
+    }
+};
+
+bool mayStart(QString *error)
+{
+    QString reason;
+    if (requestDepth >= maximumRequestDepth) {
+        reason = QStringLiteral("Reentrant call depth exceeded");
+    } else if (closing) {
+        reason = QStringLiteral("The program is closing");
+    } else {
+        return true;
+    }
+    if (error) {
+        *error = reason;
+    }
+    return false;
+}
+
+void noteClosing()
+{
+    if (!closing) {
+        closing = true;
+        QObject::connect(
+            qApp, &QCoreApplication::aboutToQuit, qApp, [] { closing = false; },
+            Qt::DirectConnection);
+    }
+}
+
+// Waits until the reply has finished. Returns the reason why the request failed, null when it did
+// not.
+QString waitFor(const QPointer<QNetworkReply> &reply, const ResponseBody &body)
+{
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    QObject::connect(reply, &QObject::destroyed, &loop, &QEventLoop::quit);
+    QObject::connect(&body, &ResponseBody::tooLarge, &loop, &QEventLoop::quit);
+    if (!reply->isFinished()) {
+        loop.exec();
+    }
+    if (!reply) {
+        return QStringLiteral("The request was dropped");
+    }
+    const bool isFailed = !body.failure().isNull();
+    if (isFailed || !reply->isFinished()) {
+        if (!isFailed) {
+            noteClosing();
+        }
+        // The outcome is decided: what the reply says once it is aborted plays no part.
+        reply->disconnect(&loop);
+        reply->abort();
+        return isFailed ? body.failure() : QStringLiteral("The program is closing");
+    }
+    return reply->error() == QNetworkReply::NoError ? QString() : reply->errorString();
+}
+
+int statusOf(const QNetworkReply *reply)
+{
+    return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+// Splits ":port" off the end of an address, when what follows its last ':' is an integer.
+QString takePort(QString *address)
+{
+    const int colon = address->lastIndexOf(QLatin1Char(':'));
+    bool isNumber = false;
+    const int port = address->midRef(colon + 1).toInt(&isNumber);
+    if (colon < 0 || !isNumber) {
+        return {};
+    }
+    address->truncate(colon);
+    return QLatin1Char(':') + QString::number(port);
+}
+
+// The zone of "%zone", ready for a URL.
+QString encodedZone(const QString &zone)
+{
+    const bool isIndex = std::all_of(zone.begin(), zone.end(), [](QChar c) { return c.isDigit(); });
+    const bool isEncoded = !isIndex && zone.startsWith(QLatin1String("25"));
+    return QLatin1String("%25") + (isEncoded ? zone.mid(2) : zone);
+}
+
+QString bracketed(QString authority)
+{
+    const int percent = authority.indexOf(QLatin1Char('%'));
+    if (percent < 0) {
+        const QString port = takePort(&authority);
+        return QLatin1Char('[') + authority + QLatin1Char(']') + port;
+    }
+    QString zone = authority.mid(percent + 1);
+    const QString port = takePort(&zone);
+    return QLatin1Char('[') + authority.left(percent) + encodedZone(zone) + QLatin1Char(']') + port;
+}
+
+} // namespace
+
+RequestActivity requestActivity()
+{
+    const qint64 waitTime =
+        requestDepth > 0 ? waits.at(static_cast<std::size_t>(requestDepth) - 1).elapsed() : 0;
+    return {requestDepth, waitTime, closing};
+}
+
+QString normalizeUrl(const QString &url)
+{
+    const QLatin1String separator("://");
+    const int schemeEnd = url.indexOf(separator);
+    if (schemeEnd < 0) {
+        return url;
+    }
+    const int start = schemeEnd + separator.size();
+    int end = start;
+    while (end < url.size() && !QStringLiteral("/?#").contains(url.at(end))) {
+        ++end;
+    }
+    const QString authority = url.mid(start, end - start);
+    if (!authority.contains(QLatin1String("::")) || authority.startsWith(QLatin1Char('['))) {
+        return url;
+    }
+    return url.left(start) + bracketed(authority) + url.mid(end);
+}
+
+// A text with a scheme that does not parse would be guessed to mean the host "http", and a path a
+// local file; nobody asked for either.
+QUrl requestUrl(const QString &text)
+{
+    const QString normalized = normalizeUrl(text);
+    if (normalized.contains(QLatin1String("://"))
+        && !QUrl(normalized.trimmed(), QUrl::TolerantMode).isValid()) {
+        return {};
+    }
+    const QUrl url = QUrl::fromUserInput(normalized);
+    const bool isHttp =
+        url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https");
+    return isHttp ? url : QUrl();
+}
+
+QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *status, QString *error)
+{
+    if (!mayStart(error)) {
+        return {};
+    }
+    const Level level;
+    const QUrl target = requestUrl(url);
+    if (!target.isValid()) {
+        if (error) {
+            *error = QStringLiteral("Not an HTTP address: %1").arg(url);
+        }
+        return {};
+    }
+    const QPointer<QNetworkReply> reply = manager->get(ResponseBody::requestFor(target));
+    ResponseBody body(reply, maximumResponseBody);
+    QString failure = waitFor(reply, body);
+    QByteArray text;
+    if (failure.isNull()) {
+        text = body.text();
+        failure = body.failure();
+    }
+    if (failure.isNull()) {
+        if (status) {
+            *status = statusOf(reply);
+        }
+    } else if (error) {
+        *error = failure;
+    }
+    if (reply) {
+        reply->deleteLater();
+    }
+    return text;
+}
+
+bool syncPatchJson(QNetworkAccessManager *manager, const QUrl &url, const QJsonObject &body,
+                   int *status, QString *error)
+{
+    if (!mayStart(error)) {
+        return false;
+    }
+    // The toolkit writes header and body apart and leaves Nagle's algorithm on: on a connection
+    // that was used before, the body waits for the peer's delayed acknowledgement, some 40 ms. A
+    // fresh connection is acknowledged at once. Dropping the idle ones would also drop those that
+    // other requests wait on, so it is done only while there is none.
+    if (requestDepth == 0) {
+        manager->clearConnectionCache();
+    }
+    const Level level;
+    QNetworkRequest request = ResponseBody::requestFor(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    const QPointer<QNetworkReply> reply = manager->sendCustomRequest(
+        request, QByteArrayLiteral("PATCH"), QJsonDocument(body).toJson(QJsonDocument::Compact));
+    const ResponseBody unread(reply, maximumResponseBody);
+    const QString failure = waitFor(reply, unread);
+    if (!failure.isNull() && error) {
+        *error = failure;
+    }
+    if (status) {
+        *status = reply ? statusOf(reply) : 0;
+    }
+    if (reply) {
+        reply->deleteLater();
+    }
+    return failure.isNull();
+}
