@@ -1,0 +1,196 @@
+#include "NMOSMdnsBrowser.h"
+
+#include "JsonText.h"
+#include "ResponseBody.h"
+
+#include <qmdnsengine/resolver.h>
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QPointer>
+#include <QRegularExpression>
+
+namespace {
+
+const char nodeServiceType[] = "_nmos-node._tcp.local.";
+
+// A self resource has a few kilobytes; with hundreds of interfaces and clocks it stays below 100.
+constexpr qint64 maximumSelfBody = 1024 * 1024;
+
+QMap<QString, QString> decoded(const QMap<QByteArray, QByteArray> &attributes)
+{
+    QMap<QString, QString> txt;
+    for (auto it = attributes.cbegin(); it != attributes.cend(); ++it) {
+        txt.insert(QString::fromUtf8(it.key()), QString::fromUtf8(it.value()));
+    }
+    return txt;
+}
+
+} // namespace
+
+NMOSMdnsBrowser::NMOSMdnsBrowser(QObject *parent)
+    : QObject(parent)
+{
+}
+
+NMOSMdnsBrowser::~NMOSMdnsBrowser()
+{
+    stop();
+}
+
+void NMOSMdnsBrowser::start()
+{
+    if (started) {
+        return;
+    }
+    server = std::make_unique<QMdnsEngine::Server>();
+    cache = std::make_unique<QMdnsEngine::Cache>();
+    browser =
+        std::make_unique<QMdnsEngine::Browser>(server.get(), nodeServiceType, cache.get(), this);
+    connect(browser.get(), &QMdnsEngine::Browser::serviceAdded, this,
+            &NMOSMdnsBrowser::onServiceAdded);
+    connect(browser.get(), &QMdnsEngine::Browser::serviceUpdated, this,
+            &NMOSMdnsBrowser::onServiceUpdated);
+    connect(browser.get(), &QMdnsEngine::Browser::serviceRemoved, this,
+            &NMOSMdnsBrowser::onServiceRemoved);
+    started = true;
+    qInfo().noquote() << "Browsing for" << nodeServiceType;
+}
+
+void NMOSMdnsBrowser::stop()
+{
+    if (!started) {
+        return;
+    }
+    // Resolvers stay for the whole run otherwise. Here they have to go first: they work on the
+    // server and the cache, and nothing promises that an engine's resolver survives them.
+    qDeleteAll(findChildren<QMdnsEngine::Resolver *>(QString(), Qt::FindDirectChildrenOnly));
+    browser.reset();
+    cache.reset();
+    server.reset();
+    started = false;
+}
+
+QString NMOSMdnsBrowser::selectApiVersion(const QString &text)
+{
+    static const QRegularExpression pattern(QStringLiteral("^v(\\d+)\\.(\\d+)$"));
+    const auto number = [](const QRegularExpressionMatch &match) {
+        return qMakePair(match.captured(1).toInt(), match.captured(2).toInt());
+    };
+    QString best;
+    const QStringList parts = text.split(QLatin1Char(','), Qt::SkipEmptyParts);
+    for (const QString &part : parts) {
+        const QString version = part.trimmed();
+        if (best.isEmpty()) {
+            best = version;
+            continue;
+        }
+        const auto match = pattern.match(version);
+        const auto bestMatch = pattern.match(best);
+        if (match.hasMatch() && (!bestMatch.hasMatch() || number(match) > number(bestMatch))) {
+            best = version;
+        }
+    }
+    return best.isEmpty() ? QStringLiteral("v1.3") : best;
+}
+
+void NMOSMdnsBrowser::onServiceAdded(const QMdnsEngine::Service &svc)
+{
+    onServiceUpdated(svc);
+}
+
+void NMOSMdnsBrowser::onServiceUpdated(const QMdnsEngine::Service &svc)
+{
+    const QPointer<NMOSMdnsBrowser> self(this);
+    emit nodeDiscovered(QString::fromUtf8(svc.name()), QString::fromUtf8(svc.hostname()),
+                        svc.port(), decoded(svc.attributes()));
+    // A listener may have stopped or destroyed this object.
+    if (self && started) {
+        resolveAndFetch(svc);
+    }
+}
+
+void NMOSMdnsBrowser::onServiceRemoved(const QMdnsEngine::Service &svc)
+{
+    emit nodeRemoved(QString::fromUtf8(svc.name()));
+}
+
+void NMOSMdnsBrowser::resolveAndFetch(const QMdnsEngine::Service &svc)
+{
+    const auto attributes = svc.attributes();
+    const QString scheme = QString::fromUtf8(attributes.value("api_proto", "http"));
+    const QString version =
+        selectApiVersion(QString::fromUtf8(attributes.value("api_ver", "v1.3")));
+    auto *const resolver =
+        new QMdnsEngine::Resolver(server.get(), svc.hostname(), cache.get(), this);
+    connect(resolver, &QMdnsEngine::Resolver::resolved, this,
+            [this, scheme, version, svc](const QHostAddress &address) {
+                fetchSelf(address, scheme, version, svc);
+            });
+}
+
+void NMOSMdnsBrowser::fetchSelf(const QHostAddress &address, const QString &scheme,
+                                const QString &version, const QMdnsEngine::Service &svc)
+{
+    QUrl url;
+    url.setScheme(scheme);
+    url.setHost(address.toString(), QUrl::DecodedMode);
+    url.setPort(svc.port());
+    url.setPath(QStringLiteral("/x-nmos/node/%1/self").arg(version), QUrl::DecodedMode);
+    // The scheme is an unknown sender's text. The network manager would open local files, resources
+    // and other protocols just as well, so those fail as a protocol unknown to it does: later, with
+    // its words.
+    if (url.scheme() != QLatin1String("http") && url.scheme() != QLatin1String("https")) {
+        const QString unknown =
+            QCoreApplication::translate("QNetworkReply", "Protocol \"%1\" is unknown")
+                .arg(url.scheme());
+        QMetaObject::invokeMethod(
+            this, [this, svc, url, unknown] { reportFailure(svc, url, unknown); },
+            Qt::QueuedConnection);
+        return;
+    }
+    QNetworkReply *const reply = network.get(ResponseBody::requestFor(url));
+    auto *const body = new ResponseBody(reply, maximumSelfBody, reply);
+    connect(reply, &QNetworkReply::finished, this,
+            [this, reply, body, url, svc] { handleSelfReply(reply, body, url, svc); });
+    connect(body, &ResponseBody::tooLarge, this,
+            [this, reply, body, url, svc] { dropSelfReply(reply, body, url, svc); });
+}
+
+void NMOSMdnsBrowser::dropSelfReply(QNetworkReply *reply, const ResponseBody *body, const QUrl &url,
+                                    const QMdnsEngine::Service &svc)
+{
+    // The outcome is decided: what the reply says once it is aborted plays no part.
+    reply->disconnect(this);
+    reply->abort();
+    reply->deleteLater();
+    reportFailure(svc, url, body->failure());
+}
+
+void NMOSMdnsBrowser::handleSelfReply(QNetworkReply *reply, ResponseBody *body, const QUrl &url,
+                                      const QMdnsEngine::Service &svc)
+{
+    // Only schedules; first, because a listener may destroy this object and the reply with it.
+    reply->deleteLater();
+    const QByteArray text = body->text();
+    if (reply->error() != QNetworkReply::NoError) {
+        reportFailure(svc, url, reply->errorString());
+        return;
+    }
+    if (!body->failure().isNull()) {
+        reportFailure(svc, url, body->failure());
+        return;
+    }
+    const QJsonDocument document = parseJson(text);
+    emit nodeSelfReady(QString::fromUtf8(svc.name()), url, document);
+    qInfo().noquote() << (document.isNull() ? "OK (non-JSON)" : "OK") << url.toString();
+}
+
+void NMOSMdnsBrowser::reportFailure(const QMdnsEngine::Service &svc, const QUrl &url,
+                                    const QString &errorString)
+{
+    emit nodeError(QString::fromUtf8(svc.name()), url, errorString);
+    qWarning().noquote() << "GET" << url.toString() << "failed:" << errorString;
+}

@@ -1,0 +1,376 @@
+#include "discovery/BrowserWindow.h"
+#include "discovery/ServiceModel.h"
+#include "support/MdnsPacket.h"
+#include "support/TestMain.h"
+
+#include <QAbstractItemModelTester>
+#include <QCheckBox>
+#include <QClipboard>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QSortFilterProxyModel>
+#include <QTableWidget>
+
+using Mdns::Packet;
+
+namespace {
+
+constexpr char nodes[] = "_nmos-node._tcp.local";
+constexpr char printers[] = "_ipp._tcp.local";
+
+QByteArray fullName(const QByteArray &instance, const QByteArray &type = nodes)
+{
+    return Mdns::label(instance) + Mdns::name(type);
+}
+
+Packet service(const QByteArray &instance, const QByteArrayList &txt = {"api_ver=v1.3"},
+               const QByteArray &type = nodes, const QByteArray &host = "cam1.local")
+{
+    return Packet()
+        .add(Mdns::name("_services._dns-sd._udp.local"), Mdns::Ptr, Mdns::name(type))
+        .add(Mdns::name(type), Mdns::Ptr, fullName(instance, type))
+        .target(fullName(instance, type), host, 80)
+        .text(fullName(instance, type), txt);
+}
+
+Packet goodbye(const QByteArray &instance, const QByteArray &type = nodes)
+{
+    return Packet().add(Mdns::name(type), Mdns::Ptr, fullName(instance, type), Mdns::goodbye);
+}
+
+QStringList texts(std::initializer_list<const char *> list)
+{
+    QStringList result;
+    for (const char *text : list) {
+        result += QString::fromUtf8(text);
+    }
+    return result;
+}
+
+// What a list or table shows, cells of a row joined with "=".
+QStringList shown(const QAbstractItemView *view)
+{
+    QStringList rows;
+    const QAbstractItemModel *model = view->model();
+    for (int row = 0; model && row < model->rowCount(); ++row) {
+        QStringList cells;
+        for (int column = 0; column < model->columnCount(); ++column) {
+            cells += model->index(row, column).data().toString();
+        }
+        rows += cells.join(QLatin1Char('='));
+    }
+    return rows;
+}
+
+// The window with its parts as the operator finds them.
+struct Operator {
+    Operator()
+    {
+        const auto lists = window.findChildren<QListView *>();
+        services = lists.at(lists.at(0) == addresses ? 1 : 0);
+        window.show();
+    }
+
+    // The services without the type that all of them share.
+    QStringList names() const
+    {
+        QStringList rows = shown(services);
+        return rows.replaceInStrings(QStringLiteral(" (_nmos-node._tcp.local.)"), QString());
+    }
+
+    void select(int row) const
+    {
+        QTest::mouseClick(services->viewport(), Qt::LeftButton, {},
+                          services->visualRect(services->model()->index(row, 0)).center());
+    }
+
+    QAbstractItemModel *source() const
+    {
+        return qobject_cast<QSortFilterProxyModel *>(services->model())->sourceModel();
+    }
+
+    BrowserWindow window;
+    QLineEdit *type = window.findChild<QLineEdit *>();
+    QCheckBox *any = window.findChild<QCheckBox *>();
+    QPushButton *browse = window.findChild<QPushButton *>();
+    QListView *services = nullptr;
+    QListWidget *addresses = window.findChild<QListWidget *>();
+    QTableWidget *attributes = window.findChild<QTableWidget *>();
+};
+
+} // namespace
+
+class BrowserWindowTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void opens();
+    void modelKeepsArrivalOrder();
+    void sortsWhileServicesComeAndGo();
+    void anyModeFilters();
+    void oneNameOfTwoTypes();
+    void showsTheSelectedService();
+    void selectionThatChangesOrGoes();
+    void browsesAgainWhileResolving();
+    void listsManyServices();
+    void worksWithoutAMouse();
+    void copies();
+
+private:
+    Mdns::Sender sender;
+};
+
+void BrowserWindowTest::opens()
+{
+    Operator op;
+    QCOMPARE(op.window.windowTitle(), QStringLiteral("mDNS Browser"));
+    QCOMPARE(op.window.size(), QSize(640, 480));
+    QCOMPARE(op.type->text(), QStringLiteral("_nmos-node._tcp.local."));
+    QVERIFY(!op.any->isChecked());
+    QVERIFY(shown(op.services).isEmpty());
+    QCOMPARE(op.addresses->count() + op.attributes->columnCount(), 0);
+    op.browse->click();
+    QVERIFY(sender.send(service("Cam").bytes()));
+    QTRY_COMPARE(shown(op.services), texts({"Cam (_nmos-node._tcp.local.)"}));
+    op.type->setText(QStringLiteral("no type at all"));
+    QCOMPARE(shown(op.services).size(), 1);
+    op.browse->click();
+    QVERIFY(shown(op.services).isEmpty());
+}
+
+void BrowserWindowTest::modelKeepsArrivalOrder()
+{
+    QMdnsEngine::Server server;
+    ServiceModel model(&server, "_nmos-node._tcp.local.");
+    const QAbstractItemModelTester tester(&model,
+                                          QAbstractItemModelTester::FailureReportingMode::QtTest);
+    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+    for (const char *name : {"b", "\xc3\xa4 1.2", "A"}) {
+        QVERIFY(sender.send(service(name).bytes()));
+        QTRY_VERIFY(model.findService(name) >= 0);
+    }
+    QCOMPARE(model.index(1).data().toString(), QStringLiteral("ä 1.2 (_nmos-node._tcp.local.)"));
+    QCOMPARE(model.index(1).data(Qt::UserRole).typeName(), "QMdnsEngine::Service");
+    QVERIFY(!model.index(1).data(Qt::ToolTipRole).isValid());
+    QVERIFY(!model.data({}).isValid());
+    QCOMPARE(model.findService("A"), 2);
+    QCOMPARE(model.findService("a"), -1);
+
+    QVERIFY(sender.send(Packet().text(fullName("A"), {"new=1"}).bytes()));
+    QTRY_COMPARE(changed.size(), 1);
+    QCOMPARE(changed.at(0).at(0).value<QModelIndex>().row(), 2);
+    const auto updated = model.index(2).data(Qt::UserRole).value<QMdnsEngine::Service>();
+    QCOMPARE(updated.attributes().value("new"), QByteArray("1"));
+    QVERIFY(sender.send(goodbye("b").bytes()));
+    QTRY_COMPARE(model.findService("A"), 1);
+}
+
+void BrowserWindowTest::sortsWhileServicesComeAndGo()
+{
+    Operator op;
+    op.browse->click();
+    QVERIFY(sender.send(service("b").with(service("C")).with(service("a")).bytes()));
+    QTRY_COMPARE(op.names(), texts({"a", "b", "C"}));
+    QVERIFY(sender.send(service("B 2").with(service("A 2")).bytes()));
+    QTRY_COMPARE(op.names(), texts({"a", "A 2", "b", "B 2", "C"}));
+    QVERIFY(sender.send(goodbye("b").bytes()));
+    QTRY_COMPARE(op.names(), texts({"a", "A 2", "B 2", "C"}));
+}
+
+void BrowserWindowTest::anyModeFilters()
+{
+    Operator op;
+    op.browse->click();
+    QVERIFY(sender.send(service("Cam").with(service("Desk", {}, printers)).bytes()));
+    QTRY_COMPARE(op.names(), texts({"Cam"}));
+    op.any->click();
+    QCOMPARE(op.type->text(), QString());
+    QCOMPARE(op.names(), texts({"Cam"})); // still the first browse
+    op.browse->click();
+    QTRY_COMPARE(shown(op.services),
+                 texts({"Cam (_nmos-node._tcp.local.)", "Desk (_ipp._tcp.local.)"}));
+    const auto shownFor = [&op](const char *filter) {
+        op.type->setText(QString::fromLatin1(filter));
+        return shown(op.services).size();
+    };
+    QCOMPARE(shownFor("am (_nm"), 1);
+    QCOMPARE(shownFor("cam"), 0);
+    QCOMPARE(shownFor("_tcp"), 2);
+    QCOMPARE(shownFor("C.m"), 0);
+    QVERIFY(sender.send(service("Late _tcp").with(service("C.m")).bytes()));
+    QTRY_COMPARE(op.names(), texts({"C.m"}));
+    op.any->click();
+    QCOMPARE(op.type->text(), QStringLiteral("_nmos-node._tcp.local."));
+    QCOMPARE(shown(op.services).size(), 4);
+    QCOMPARE(shownFor("Cam"), 4);
+}
+
+void BrowserWindowTest::oneNameOfTwoTypes()
+{
+    Operator op;
+    op.any->click();
+    op.browse->click();
+    QVERIFY(sender.send(service("Twin", {"a=node"}).bytes()));
+    QTRY_COMPARE(shown(op.services).size(), 1);
+    QVERIFY(sender.send(service("Twin", {"a=printer"}, printers).bytes()));
+    QTRY_COMPARE(shown(op.services).size(), 2);
+    // The second one's goodbye takes the first row.
+    QVERIFY(sender.send(goodbye("Twin", printers).bytes()));
+    QTRY_COMPARE(shown(op.services), texts({"Twin (_ipp._tcp.local.)"}));
+    QVERIFY(sender.send(Packet().text(fullName("Twin"), {"a=changed"}).bytes()));
+    QTRY_COMPARE(op.names(), texts({"Twin"}));
+}
+
+void BrowserWindowTest::showsTheSelectedService()
+{
+    Operator op;
+    op.browse->click();
+    QVERIFY(sender.send(
+        service("b", {"pri=1", "api_ver=v1.3", "Z=\xc3\xa4", "bare", "api_proto=<b>x</b>"})
+            .with(service("a", {}, nodes, "nowhere.local"))
+            .address("cam1.local", QStringLiteral("192.0.2.1"))
+            .address("cam1.local", QStringLiteral("fd00:6e70:1::1"))
+            .bytes()));
+    QTRY_COMPARE(op.names(), texts({"a", "b"}));
+    op.select(1);
+    QCOMPARE(shown(op.attributes),
+             texts({"Z=ä", "api_proto=<b>x</b>", "api_ver=v1.3", "bare=", "pri=1"}));
+    QTRY_COMPARE(op.addresses->count(), 2);
+    QVERIFY(shown(op.addresses).contains(QStringLiteral("fd00:6e70:1::1")));
+    QVERIFY(sender.send(Packet().address("cam1.local", QStringLiteral("192.0.2.9")).bytes()));
+    QTRY_COMPARE(shown(op.addresses).value(2), QStringLiteral("192.0.2.9"));
+
+    op.select(0);
+    QCOMPARE(op.attributes->rowCount(), 0);
+    QCOMPARE(op.attributes->horizontalHeaderItem(0)->text(), QStringLiteral("Key"));
+    QCOMPARE(op.attributes->horizontalHeaderItem(1)->text(), QStringLiteral("Value"));
+    QCOMPARE(op.addresses->count(), 0);
+    op.services->clearSelection();
+    QCOMPARE(op.attributes->columnCount(), 0);
+}
+
+void BrowserWindowTest::selectionThatChangesOrGoes()
+{
+    Operator op;
+    op.browse->click();
+    QVERIFY(sender.send(service("a", {"a=1"}).with(service("b", {"b=1"})).bytes()));
+    QTRY_COMPARE(shown(op.services).size(), 2);
+    op.select(0);
+    QSignalSpy changed(op.source(), &QAbstractItemModel::dataChanged);
+    QVERIFY(sender.send(Packet().text(fullName("a"), {"a=2"}).bytes()));
+    QTRY_COMPARE(changed.size(), 1);
+    QCOMPARE(shown(op.attributes), texts({"a=1"}));
+    // The list passes the selection on to the neighbour, which shows its own.
+    QVERIFY(sender.send(goodbye("a").bytes()));
+    QTRY_COMPARE(op.names(), texts({"b"}));
+    QCOMPARE(shown(op.attributes), texts({"b=1"}));
+    QVERIFY(sender.send(goodbye("b").bytes()));
+    QTRY_VERIFY(shown(op.services).isEmpty());
+    QCOMPARE(op.attributes->columnCount(), 0);
+}
+
+void BrowserWindowTest::browsesAgainWhileResolving()
+{
+    Operator op;
+    op.browse->click();
+    const QByteArray packet = service("a").bytes();
+    QVERIFY(sender.send(packet));
+    QTRY_COMPARE(shown(op.services).size(), 1);
+    const QPointer<QAbstractItemModel> first = op.source();
+    const QPointer<QItemSelectionModel> firstSelection = op.services->selectionModel();
+    op.select(0);
+    op.browse->click();
+    QVERIFY(!first && !firstSelection);
+    QCOMPARE(op.attributes->columnCount() + op.attributes->rowCount(), 0);
+    QVERIFY(sender.send(Packet().address("cam1.local", QStringLiteral("192.0.2.1")).bytes()));
+    QTRY_COMPARE(shown(op.addresses), texts({"192.0.2.1"}));
+    QTRY_COMPARE(shown(op.services).size(), 1); // the server remembers it
+    op.select(0);
+    QCOMPARE(op.addresses->count(), 0);
+    QTRY_COMPARE(shown(op.addresses), texts({"192.0.2.1"}));
+}
+
+void BrowserWindowTest::listsManyServices()
+{
+    Operator op;
+    op.browse->click();
+    QSignalSpy inserted(op.source(), &QAbstractItemModel::rowsInserted);
+    constexpr int count = 500;
+    for (int i = 0; i < count;) {
+        Packet packet;
+        for (const int end = i + 10; i < end; ++i) {
+            packet.with(service("Node " + QByteArray::number(i * 7 % count), {}));
+        }
+        QVERIFY(sender.send(packet.bytes()));
+        // A socket does not hold all of them.
+        while (i % 250 == 0 && inserted.size() < i) {
+            QVERIFY(inserted.wait());
+        }
+    }
+    QStringList sorted = op.names();
+    QCOMPARE(sorted.size(), count);
+    sorted.sort(Qt::CaseInsensitive);
+    QCOMPARE(op.names(), sorted);
+}
+
+void BrowserWindowTest::worksWithoutAMouse()
+{
+    Operator op;
+    QTRY_VERIFY(op.type->hasFocus());
+    QSignalSpy clicked(op.browse, &QPushButton::clicked);
+    QTest::keyClick(op.type, Qt::Key_Return);
+    QCOMPARE(clicked.size(), 1);
+    QVERIFY(sender.send(service("a").with(service("b", {"b=1"})).bytes()));
+    QTRY_COMPARE(shown(op.services).size(), 2);
+    const QList<QWidget *> order{op.any,       op.browse,     op.services,
+                                 op.addresses, op.attributes, op.type};
+    for (QWidget *next : order) {
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), next);
+        QVERIFY(next == op.any || next == op.browse || !next->accessibleName().isEmpty());
+        if (next == op.services) {
+            QTest::keyClick(next, Qt::Key_Down);
+        }
+    }
+    QCOMPARE(shown(op.attributes), texts({"b=1"}));
+    QTest::keyClick(op.type, Qt::Key_Escape);
+    QVERIFY(!op.window.isVisible());
+    op.window.show();
+    QCOMPARE(shown(op.attributes), texts({"b=1"}));
+}
+
+void BrowserWindowTest::copies()
+{
+    Operator op;
+    op.browse->click();
+    QVERIFY(sender.send(service("a", {"k=<b>", "l=2", "m=3"})
+                            .address("cam1.local", QStringLiteral("192.0.2.1"))
+                            .bytes()));
+    QTRY_COMPARE(shown(op.services).size(), 1);
+    op.select(0);
+    QTRY_COMPARE(op.addresses->count(), 1);
+    const auto copied = [](QWidget *from) {
+        QGuiApplication::clipboard()->setText(QStringLiteral("nothing"));
+        from->setFocus();
+        QTest::keySequence(from, QKeySequence::Copy);
+        return QGuiApplication::clipboard()->text();
+    };
+    QTRY_VERIFY(op.window.isActiveWindow());
+    QCOMPARE(copied(op.services), QStringLiteral("a (_nmos-node._tcp.local.)"));
+    op.addresses->setCurrentRow(0);
+    QCOMPARE(copied(op.addresses), QStringLiteral("192.0.2.1"));
+    QCOMPARE(copied(op.attributes), QStringLiteral("nothing"));
+    op.attributes->selectRow(0);
+    QCOMPARE(copied(op.attributes), QStringLiteral("k\t<b>"));
+    op.attributes->selectAll();
+    QCOMPARE(copied(op.attributes), QStringLiteral("k\t<b>\nl\t2\nm\t3"));
+    op.attributes->selectionModel()->select(op.attributes->model()->index(1, 1),
+                                            QItemSelectionModel::ClearAndSelect);
+    QCOMPARE(copied(op.attributes), QStringLiteral("2"));
+    QTest::keyClick(op.attributes, Qt::Key_F2); // no editor opens
+    QVERIFY(!op.attributes->findChild<QLineEdit *>());
+}
+
+NODEPATCH_TEST_MAIN(BrowserWindowTest)
+#include "tst_browserwindow.moc"

@@ -1,0 +1,347 @@
+#include "discovery/NMOSMdnsBrowser.h"
+#include "support/MdnsPacket.h"
+#include "support/TestMain.h"
+
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <functional>
+
+using Mdns::Packet;
+
+namespace {
+
+constexpr char type[] = "_nmos-node._tcp.local";
+
+// What the toolkit's default logging category and the signals said, in this order.
+QStringList &said()
+{
+    static QStringList lines;
+    return lines;
+}
+
+void collect(QtMsgType level, const QMessageLogContext &context, const QString &text)
+{
+    if (qstrcmp(context.category, "default") == 0) {
+        said() += QLatin1String(level == QtInfoMsg ? "info: " : "warning: ") + text;
+    }
+}
+
+// A node's HTTP side: gives every request the same answer and keeps the first line and the target.
+class Responder : public QTcpServer {
+public:
+    explicit Responder(const QByteArray &answer)
+    {
+        connect(this, &QTcpServer::newConnection, this, [this, answer] {
+            QTcpSocket *const socket = nextPendingConnection();
+            connect(socket, &QTcpSocket::readyRead, this, [this, socket, answer] {
+                requests += QString::fromLatin1(socket->readLine().trimmed());
+                socket->write("HTTP/1.1 " + answer);
+                socket->disconnectFromHost();
+            });
+        });
+        listen(QHostAddress::Any);
+    }
+
+    QStringList requests;
+};
+
+QByteArray ok(const QByteArray &body)
+{
+    return "200 OK\r\nConnection: close\r\nContent-Length: " + QByteArray::number(body.size())
+        + "\r\n\r\n" + body;
+}
+
+QByteArray cam()
+{
+    return Mdns::label("Cam 1.\xc3\xa4") + Mdns::name(type);
+}
+
+Packet announcement(quint16 port, const QByteArrayList &strings,
+                    const QString &address = QStringLiteral("192.0.2.1"))
+{
+    return Packet()
+        .add(Mdns::name(type), Mdns::Ptr, cam())
+        .target(cam(), "cam1.local", port)
+        .text(cam(), strings)
+        .address("cam1.local", address);
+}
+
+} // namespace
+
+class NMOSMdnsBrowserTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void version_data();
+    void version();
+    void fetches_data();
+    void fetches();
+    void otherProtocolsAreNeverOpened_data();
+    void otherProtocolsAreNeverOpened();
+    void everyAddressIsAsked();
+    void updateAsksAgainAndRemovalDoesNot();
+    void startsAndStops();
+    void destroyedInItsOwnSignals_data();
+    void destroyedInItsOwnSignals();
+
+private:
+    void record(NMOSMdnsBrowser &browser);
+
+    Mdns::Sender sender;
+};
+
+void NMOSMdnsBrowserTest::initTestCase()
+{
+    qInstallMessageHandler(collect);
+}
+
+void NMOSMdnsBrowserTest::init()
+{
+    said().clear();
+}
+
+void NMOSMdnsBrowserTest::record(NMOSMdnsBrowser &browser)
+{
+    connect(&browser, &NMOSMdnsBrowser::nodeDiscovered, this,
+            [](const QString &name, const QString &host, quint16 port,
+               const QMap<QString, QString> &txt) {
+                QStringList parts{QStringLiteral("discovered"), name, host, QString::number(port)};
+                for (auto it = txt.cbegin(); it != txt.cend(); ++it) {
+                    parts += it.key() + QLatin1Char('=') + it.value();
+                }
+                said() += parts.join(QLatin1Char('|'));
+            });
+    connect(&browser, &NMOSMdnsBrowser::nodeSelfReady, this,
+            [](const QString &name, const QUrl &url, const QJsonDocument &self) {
+                said() += QStringLiteral("ready|%1|%2|%3")
+                              .arg(name, url.toString(),
+                                   QString::fromUtf8(self.toJson(QJsonDocument::Compact)));
+            });
+    connect(&browser, &NMOSMdnsBrowser::nodeError, this,
+            [](const QString &name, const QUrl &url, const QString &text) {
+                said() += QStringLiteral("error|%1|%2|%3").arg(name, url.toString(), text);
+            });
+    connect(&browser, &NMOSMdnsBrowser::nodeRemoved, this,
+            [](const QString &name) { said() += QLatin1String("removed|") + name; });
+}
+
+void NMOSMdnsBrowserTest::version_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("version");
+    const auto row = [](const char *text, const char *version) {
+        QTest::newRow(text) << QString::fromLatin1(text) << QString::fromLatin1(version);
+    };
+    row("", "v1.3");
+    row(",,", "v1.3");
+    row(" , ", "v1.3");
+    row("v1.0,v1.1,v1.2,v1.3", "v1.3");
+    row("v1.3, v1.10", "v1.10");
+    row("v1.10,v1.9", "v1.10");
+    row("v2.0,v1.9", "v2.0");
+    row("latest", "latest");
+    row("latest,v1.2", "v1.2");
+    row("v1.2,latest", "v1.2");
+    row("V1.3,v1.1", "v1.1");
+    row("v1.03,v1.3", "v1.03");
+    row("v1.1,v9.9x,xv9.9,v9,v9.9.9", "v1.1");
+    row("v1.1,v99999999999.1", "v1.1");
+    row(",\tv1.1\n,v1.2 \n", "v1.2");
+}
+
+void NMOSMdnsBrowserTest::version()
+{
+    QFETCH(const QString, text);
+    QTEST(NMOSMdnsBrowser::selectApiVersion(text), "version");
+}
+
+void NMOSMdnsBrowserTest::fetches_data()
+{
+    QTest::addColumn<QByteArrayList>("attributes");
+    QTest::addColumn<QByteArray>("answer");
+    QTest::addColumn<QString>("discovered");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QStringList>("result"); // %1 is the address
+    const QStringList json{QStringLiteral("ready|Cam 1.ä|%1|{\"id\":\"x\"}"),
+                           QStringLiteral("info: OK %1")};
+    const QStringList noJson{QStringLiteral("ready|Cam 1.ä|%1|"),
+                             QStringLiteral("info: OK (non-JSON) %1")};
+    const QByteArray self = ok("{\"id\": \"x\"}");
+    const QString v13 = QStringLiteral("/x-nmos/node/v1.3/self");
+    const auto row = [](const char *title, const QByteArrayList &attributes,
+                        const QByteArray &answer, const char *discovered, const QString &path,
+                        const QStringList &result) {
+        QTest::newRow(title) << attributes << answer << QString::fromUtf8(discovered) << path
+                             << result;
+    };
+    row("a node without attributes", {}, self, "", v13, json);
+    row("a node that says all", {"api_proto=HTTP", "api_ver=v1.0,v1.1", "bare", "label=\xc3\xa4"},
+        self, "|api_proto=HTTP|api_ver=v1.0,v1.1|bare=|label=ä",
+        QStringLiteral("/x-nmos/node/v1.1/self"), json);
+    row("keys with capitals are not used", {"API_VER=v1.1", "Api_Proto=ftp"}, self,
+        "|API_VER=v1.1|Api_Proto=ftp", v13, json);
+    row("a version stays in the path", {"api_ver=a?b#c%41"}, self, "|api_ver=a?b#c%41",
+        QStringLiteral("/x-nmos/node/a%3Fb%23c%2541/self"), json);
+    row("a web page", {}, ok("<html></html>"), "", v13, noJson);
+    row("an empty answer", {}, ok(""), "", v13, noJson);
+    row("a redirect is not followed", {}, "302 Found\r\nLocation: file:///etc/hostname\r\n\r\n", "",
+        v13, noJson);
+    const QString text = QStringLiteral("Error transferring %1 - server replied: Not Found");
+    row("not found", {}, "404 Not Found\r\nContent-Length: 0\r\n\r\n", "", v13,
+        {QStringLiteral("error|Cam 1.ä|%1|") + text,
+         QStringLiteral("warning: GET %1 failed: ") + text});
+    row("an answer without end", {}, "200 OK\r\n\r\n" + QByteArray(1024 * 1024 + 1, ' '), "", v13,
+        {QStringLiteral("error|Cam 1.ä|%1|The response is too large"),
+         QStringLiteral("warning: GET %1 failed: The response is too large")});
+}
+
+void NMOSMdnsBrowserTest::fetches()
+{
+    QFETCH(const QByteArrayList, attributes);
+    QFETCH(const QByteArray, answer);
+    QFETCH(const QString, discovered);
+    QFETCH(const QString, path);
+    QFETCH(const QStringList, result);
+    Responder node(answer);
+    NMOSMdnsBrowser browser;
+    record(browser);
+    browser.start();
+    QVERIFY(sender.send(announcement(node.serverPort(), attributes).bytes()));
+
+    const QString port = QString::number(node.serverPort());
+    const QString url = QStringLiteral("http://192.0.2.1:") + port + path;
+    QStringList expected{QStringLiteral("info: Browsing for _nmos-node._tcp.local."),
+                         QStringLiteral("discovered|Cam 1.ä|cam1.local.|") + port + discovered};
+    for (QString line : result) {
+        expected += line.replace(QLatin1String("%1"), url);
+    }
+    QTRY_COMPARE(said(), expected);
+    QCOMPARE(node.requests, QStringList(QStringLiteral("GET %1 HTTP/1.1").arg(path)));
+}
+
+void NMOSMdnsBrowserTest::otherProtocolsAreNeverOpened_data()
+{
+    QTest::addColumn<QByteArray>("scheme");
+    for (const char *scheme :
+         {"", "file", "ftp", "qrc", "data", "javascript", "preconnect-http", "a b"}) {
+        QTest::newRow(*scheme ? scheme : "no scheme") << QByteArray(scheme);
+    }
+}
+
+void NMOSMdnsBrowserTest::otherProtocolsAreNeverOpened()
+{
+    QFETCH(const QByteArray, scheme);
+    Responder node(ok("{}"));
+    NMOSMdnsBrowser browser;
+    QSignalSpy errors(&browser, &NMOSMdnsBrowser::nodeError);
+    browser.start();
+    QVERIFY(sender.send(announcement(node.serverPort(), {"api_proto=" + scheme}).bytes()));
+    QTRY_COMPARE(errors.size(), 1);
+    const QUrl url = errors.at(0).at(1).toUrl();
+    const QString text = QStringLiteral("Protocol \"%1\" is unknown").arg(url.scheme());
+    QCOMPARE(errors.at(0).at(2).toString(), text);
+    QCOMPARE(said().last(), QStringLiteral("warning: GET %1 failed: %2").arg(url.toString(), text));
+    QVERIFY(!node.hasPendingConnections() && node.requests.isEmpty());
+}
+
+void NMOSMdnsBrowserTest::everyAddressIsAsked()
+{
+    Responder node(ok("{}"));
+    NMOSMdnsBrowser browser;
+    QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
+    browser.start();
+    QVERIFY(sender.send(announcement(node.serverPort(), {})
+                            .address("cam1.local", QStringLiteral("fe80::1"))
+                            .bytes()));
+    QTRY_COMPARE(ready.size(), 2);
+    QStringList urls{ready.at(0).at(1).toUrl().toString(), ready.at(1).at(1).toUrl().toString()};
+    urls.sort();
+    const QString rest = QStringLiteral(":%1/x-nmos/node/v1.3/self").arg(node.serverPort());
+    QCOMPARE(urls,
+             QStringList({QStringLiteral("http://192.0.2.1") + rest,
+                          QStringLiteral("http://[fe80::1%25vx0]") + rest}));
+}
+
+void NMOSMdnsBrowserTest::updateAsksAgainAndRemovalDoesNot()
+{
+    Responder node(ok("{}"));
+    NMOSMdnsBrowser browser;
+    QSignalSpy discovered(&browser, &NMOSMdnsBrowser::nodeDiscovered);
+    QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
+    QSignalSpy removed(&browser, &NMOSMdnsBrowser::nodeRemoved);
+    browser.start();
+    QVERIFY(sender.send(announcement(node.serverPort(), {}).bytes()));
+    QTRY_COMPARE(ready.size(), 1);
+    QVERIFY(sender.send(Packet().text(cam(), {"api_ver=v1.1"}).bytes()));
+    QTRY_COMPARE(ready.size(), 2);
+    QCOMPARE(ready.at(1).at(1).toUrl().path(), QStringLiteral("/x-nmos/node/v1.1/self"));
+    QVERIFY(sender.send(Packet().add(Mdns::name(type), Mdns::Ptr, cam(), Mdns::goodbye).bytes()));
+    QTRY_COMPARE(removed.size(), 1);
+    QCOMPARE(removed.at(0).at(0).toString(), QStringLiteral("Cam 1.ä"));
+    QCOMPARE(discovered.size(), 2);
+    QCOMPARE(node.requests.size(), 2);
+}
+
+void NMOSMdnsBrowserTest::startsAndStops()
+{
+    Responder node(ok("{}"));
+    NMOSMdnsBrowser browser;
+    QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
+    browser.stop();
+    browser.start();
+    browser.start();
+    QCOMPARE(said(), QStringList(QStringLiteral("info: Browsing for _nmos-node._tcp.local.")));
+    QVERIFY(sender.send(announcement(node.serverPort(), {}).bytes()));
+    QTRY_COMPARE(ready.size(), 1);
+    browser.stop();
+    browser.stop();
+    browser.start();
+    // Heard by the new engine; what the old one left behind asks nobody.
+    QVERIFY(
+        sender.send(announcement(node.serverPort(), {}, QStringLiteral("198.51.100.1")).bytes()));
+    QTRY_COMPARE(ready.size(), 2);
+    QCOMPARE(ready.at(1).at(1).toUrl().host(), QStringLiteral("198.51.100.1"));
+    QCOMPARE(node.requests.size(), 2);
+}
+
+void NMOSMdnsBrowserTest::destroyedInItsOwnSignals_data()
+{
+    QTest::addColumn<QString>("signal");
+    QTest::addColumn<bool>("stopOnly");
+    for (const char *signal : {"discovered", "ready", "error", "removed"}) {
+        QTest::addRow("destroyed when %s", signal) << QString::fromLatin1(signal) << false;
+        QTest::addRow("stopped when %s", signal) << QString::fromLatin1(signal) << true;
+    }
+}
+
+void NMOSMdnsBrowserTest::destroyedInItsOwnSignals()
+{
+    QFETCH(const QString, signal);
+    QFETCH(const bool, stopOnly);
+    Responder node(ok("{}"));
+    auto browser = std::make_unique<NMOSMdnsBrowser>();
+    bool done = false;
+    const auto end = [&](const char *when) {
+        if (signal == QLatin1String(when)) {
+            stopOnly ? browser->stop() : browser.reset();
+            done = true;
+        }
+    };
+    connect(browser.get(), &NMOSMdnsBrowser::nodeDiscovered, this, [&] { end("discovered"); });
+    connect(browser.get(), &NMOSMdnsBrowser::nodeSelfReady, this, [&] { end("ready"); });
+    connect(browser.get(), &NMOSMdnsBrowser::nodeError, this, [&] { end("error"); });
+    connect(browser.get(), &NMOSMdnsBrowser::nodeRemoved, this, [&] { end("removed"); });
+    browser->start();
+    const bool fails = signal == QLatin1String("error");
+    const quint32 port = fails ? 1 : node.serverPort();
+    QVERIFY(sender.send(announcement(quint16(port), {}).bytes()));
+    QTRY_VERIFY(done || !node.requests.isEmpty());
+    QVERIFY(sender.send(Packet().add(Mdns::name(type), Mdns::Ptr, cam(), Mdns::goodbye).bytes()));
+    QTRY_VERIFY(done);
+}
+
+NODEPATCH_TEST_MAIN(NMOSMdnsBrowserTest)
+#include "tst_nmosmdnsbrowser.moc"
