@@ -1,0 +1,131 @@
+#pragma once
+
+#include "ManualDevice.h"
+
+#include <QList>
+#include <QMainWindow>
+#include <QMessageBox>
+#include <QSet>
+
+class BrowserWindow;
+class IntakeQueue;
+class LightIndicator;
+class NMOSMdnsBrowser;
+class NmosClient;
+class ProductAdRotator;
+class QComboBox;
+class QFrame;
+class QPushButton;
+class QSettings;
+
+// The program's one main window: a row for the transmitting and one for the receiving node, each
+// with an address selector, a status light and a button that shows its SDP, and the commands below.
+//
+// A light is on exactly when the last check of its row found a sender (transmitter) or a receiver
+// (receiver) at the node that the row names. A check runs on every change of a selector's text and
+// on every choice of an entry. All requests are synchronous and wait in nested event loops (see
+// nmos/SyncHttp.h), so any slot here may run inside the wait of another.
+//
+// The selectors list the labelled video senders and receivers of every node that discovery reports
+// or that was added by hand, sorted by text; a node known both ways, under one host, has the
+// entries from discovery. What an intake adds or takes away never changes what the operator typed
+// or chose, except that a chosen entry which goes leaves its selector empty, unless the same intake
+// brings the same sender or receiver back under another name: then that entry is chosen.
+//
+// Settings (organisation and application of Identity.h): "lastTxIp" and "lastRxIp", the text of a
+// selector, trimmed, when its check last succeeded; "manualDevices", an array of "address" and
+// "port".
+class MainWindow final : public QMainWindow {
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(MainWindow)
+
+public:
+    explicit MainWindow(QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+private slots:
+    void checkTx();
+    void checkRx();
+    void showTxSdp();
+    void showRxSdp();
+    void doConnect();
+    void doDisconnect();
+    void doAddDevice();
+    void doRemoveDevice();
+    void onMdnsDeviceFound(const QString &serviceName, const QUrl &url,
+                           const QJsonDocument &selfDoc);
+
+private:
+    // What the operator had chosen from among removed entries; empty ids when he had not.
+    struct RemovedChoice {
+        QString senderId;
+        QString receiverId;
+    };
+    using NodeProbe = bool (NmosClient::*)(const QString &host);
+
+    // The window itself
+    QWidget *buildCentralWidget();
+    QWidget *buildNodeRow(const QString &title, QComboBox *&combo, LightIndicator *&light,
+                          QPushButton *&sdpButton);
+    void connectCommands();
+    void check(QComboBox *combo, LightIndicator *light, NodeProbe probe,
+               const QString &settingsKey);
+    // The id of the record of the entry that the selector shows; empty when it shows typed text.
+    static QString selectedId(const QComboBox *combo);
+    // The host of that record; else the selector's text, trimmed.
+    static QString selectedHost(const QComboBox *combo);
+    // A modal box with one OK button. The text may come from a node: it is shown as plain text.
+    void showMessage(QMessageBox::Icon icon, const QString &title, const QString &text);
+
+    // Node intake
+    void startDiscovery();
+    void takeInDiscovered(const QString &serviceName, const QString &host);
+    // Asks a manual device for its senders and receivers and lists them, as soon as it may; does
+    // nothing when discovery has reported the host.
+    void probeManualDevice(const ManualDevice &device);
+    void probeManualDevices();
+    void queueProbe(const ManualDevice &device);
+    void takeInManual(const ManualDevice &device);
+    // Removes the entries of a host from both selectors.
+    RemovedChoice removeEntries(const QString &host);
+
+    // Manual devices
+    void startManualDevices();
+    void loadManualDevices();
+    void saveManualDevices();
+
+    // SDP and browser window
+    void showSdp(const QString &caption, const QString &text);
+    // Shows the mDNS browser window, which is made at the first call and then lives to the end of
+    // the process.
+    void openBrowser();
+
+    // About panel and update check
+    void checkForUpdate();
+    void createAboutPanel();
+    void showAbout();
+    void hideAbout();
+
+    NMOSMdnsBrowser *mdns = nullptr;
+    NmosClient *nmos = nullptr;
+    QSettings *settings = nullptr;
+    BrowserWindow *browserWindow = nullptr;
+    QList<ManualDevice> manualDevices; // in the order in which they were added
+    QSet<QString> discoveredHosts; // never shrinks
+    QSet<QString> manualHosts; // whose entries came from probing a manual device
+    QComboBox *txCombo = nullptr;
+    QComboBox *rxCombo = nullptr;
+    LightIndicator *txLight = nullptr;
+    LightIndicator *rxLight = nullptr;
+    QPushButton *txSdpButton = nullptr;
+    QPushButton *rxSdpButton = nullptr;
+    QPushButton *addDeviceButton = nullptr;
+    QPushButton *removeDeviceButton = nullptr;
+    QPushButton *connectButton = nullptr;
+    QPushButton *disconnectButton = nullptr;
+    QPushButton *openBrowserButton = nullptr;
+    QPushButton *aboutButton = nullptr;
+    ProductAdRotator *adRotator = nullptr;
+    QFrame *aboutPanel = nullptr;
+    IntakeQueue *intakes = nullptr;
+};

@@ -1,0 +1,138 @@
+// Node intake: fills the selectors with what the nodes have.
+
+#include "MainWindow.h"
+
+#include "IntakeQueue.h"
+#include "discovery/NMOSMdnsBrowser.h"
+#include "nmos/NmosClient.h"
+#include "widgets/SelectorEntries.h"
+
+#include <QComboBox>
+#include <QDebug>
+#include <QUrl>
+
+namespace {
+
+template <typename Connection>
+std::function<bool(const QVariant &)> isOfHost(const QString &host)
+{
+    return [host](const QVariant &record) {
+        return record.userType() == qMetaTypeId<Connection>()
+            && record.value<Connection>().host == host;
+    };
+}
+
+template <typename Connection>
+void addEntries(QComboBox *selector, const QList<Connection> &connections)
+{
+    QList<SelectorEntries::Entry> entries;
+    for (const Connection &connection : connections) {
+        entries.append({connection.displayName, QVariant::fromValue(connection)});
+    }
+    SelectorEntries::add(selector, entries);
+}
+
+// Chooses the entry that names what the operator had chosen when its earlier entry was removed,
+// unless he has put something else into the field since.
+template <typename Connection>
+void chooseAgain(QComboBox *selector, const QString &host, const QString &id)
+{
+    if (id.isEmpty() || !selector->currentText().isEmpty()) {
+        return;
+    }
+    for (int i = 0; i < selector->count(); ++i) {
+        const QVariant record = selector->itemData(i);
+        if (isOfHost<Connection>(host)(record) && record.value<Connection>().id == id) {
+            selector->setCurrentIndex(i);
+            return;
+        }
+    }
+}
+
+} // namespace
+
+void MainWindow::startDiscovery()
+{
+    mdns = new NMOSMdnsBrowser(this);
+    connect(mdns, &NMOSMdnsBrowser::nodeSelfReady, this, &MainWindow::onMdnsDeviceFound);
+    mdns->start();
+}
+
+void MainWindow::onMdnsDeviceFound(const QString &serviceName, const QUrl &url,
+                                   const QJsonDocument & /*selfDoc*/)
+{
+    qDebug() << "mDNS found NMOS Node:" << serviceName << url.toString();
+    const QString host =
+        url.host(QUrl::FullyDecoded) + QLatin1Char(':') + QString::number(url.port());
+    discoveredHosts.insert(host);
+    intakes->add(host, IntakeQueue::Source::Discovery,
+                 [this, serviceName, host] { takeInDiscovered(serviceName, host); });
+    intakes->run();
+}
+
+void MainWindow::takeInDiscovered(const QString &serviceName, const QString &host)
+{
+    RemovedChoice removed;
+    if (manualHosts.contains(host)) {
+        removed = removeEntries(host);
+        manualHosts.remove(host);
+    }
+    const QString checkedHost = host.section(QLatin1Char(' '), 0, 0);
+    if (nmos->hasSenders(checkedHost)) {
+        addEntries(txCombo, nmos->listSenders(host, serviceName));
+        chooseAgain<NmosClient::SenderConnection>(txCombo, host, removed.senderId);
+    }
+    if (nmos->hasReceivers(checkedHost)) {
+        addEntries(rxCombo, nmos->listReceivers(host, serviceName));
+        chooseAgain<NmosClient::ReceiverConnection>(rxCombo, host, removed.receiverId);
+    }
+}
+
+void MainWindow::probeManualDevice(const ManualDevice &device)
+{
+    queueProbe(device);
+    intakes->run();
+}
+
+void MainWindow::probeManualDevices()
+{
+    // All have their place before the first one waits: the list may change meanwhile.
+    for (const ManualDevice &device : qAsConst(manualDevices)) {
+        queueProbe(device);
+    }
+    intakes->run();
+}
+
+void MainWindow::queueProbe(const ManualDevice &device)
+{
+    if (!discoveredHosts.contains(device.host())) {
+        intakes->add(device.host(), IntakeQueue::Source::Manual,
+                     [this, device] { takeInManual(device); });
+    }
+}
+
+void MainWindow::takeInManual(const ManualDevice &device)
+{
+    const QString host = device.host();
+    if (discoveredHosts.contains(host)) {
+        return;
+    }
+    qDebug() << "Probing manual device:" << host;
+    if (nmos->hasSenders(host)) {
+        addEntries(txCombo, nmos->listSenders(host, device.address));
+        manualHosts.insert(host);
+    }
+    if (nmos->hasReceivers(host)) {
+        addEntries(rxCombo, nmos->listReceivers(host, device.address));
+        manualHosts.insert(host);
+    }
+}
+
+MainWindow::RemovedChoice MainWindow::removeEntries(const QString &host)
+{
+    using Sender = NmosClient::SenderConnection;
+    using Receiver = NmosClient::ReceiverConnection;
+    const QVariant sender = SelectorEntries::remove(txCombo, isOfHost<Sender>(host));
+    const QVariant receiver = SelectorEntries::remove(rxCombo, isOfHost<Receiver>(host));
+    return {sender.value<Sender>().id, receiver.value<Receiver>().id};
+}

@@ -1,0 +1,188 @@
+// The About panel and the weekly look for a newer version, with the real library and a real feed.
+
+#include "Application.h"
+#include "FeedAddress.h"
+#include "support/Boxes.h"
+#include "support/TestMain.h"
+#include "support/Window.h"
+
+#include <QDateTime>
+#include <QDesktopServices>
+#include <QFrame>
+#include <QLabel>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+namespace {
+
+QUrl feedAddress;
+
+const QString dayKey = QStringLiteral("LastUpdateTime");
+
+qulonglong today()
+{
+    return static_cast<qulonglong>(QDateTime::currentSecsSinceEpoch()) / 86400;
+}
+
+// Publishes a version and notes, at each query, what the settings held by then.
+class Feed final : public QTcpServer {
+public:
+    explicit Feed(const QByteArray &version)
+    {
+        listen(QHostAddress::LocalHost);
+        feedAddress = QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(serverPort()));
+        connect(this, &QTcpServer::newConnection, this, [this, version] {
+            QTcpSocket *socket = nextPendingConnection();
+            connect(socket, &QTcpSocket::readyRead, socket, [this, socket, version] {
+                if (!socket->readAll().contains("\r\n\r\n")) {
+                    return;
+                }
+                storedDays.append(settings().value(dayKey).toULongLong());
+                const QByteArray body = "{\"velmoranodepatch\":{\"version\":\"" + version
+                    + "\",\"download\":\"https://velmora.example/get?a=1\"}}";
+                socket->write("HTTP/1.1 200 OK\r\nContent-Length: "
+                              + QByteArray::number(body.size()) + "\r\n\r\n" + body);
+            });
+        });
+    }
+
+    QList<qulonglong> storedDays;
+};
+
+QFrame *aboutPanel(const QWidget &window)
+{
+    return window.findChild<QFrame *>(QStringLiteral("aboutPanel"));
+}
+
+} // namespace
+
+QUrl releaseFeedAddress()
+{
+    return feedAddress;
+}
+
+class TestAbout final : public QObject {
+    Q_OBJECT
+
+public slots:
+    void open(const QUrl &url)
+    {
+        opened.append(url.toString());
+    }
+
+private slots:
+    void initTestCase();
+    void init();
+    void asksOnceAWeek_data();
+    void asksOnceAWeek();
+    void offersANewerVersion_data();
+    void offersANewerVersion();
+    void showsThePanelForAWhile();
+
+private:
+    QStringList opened;
+};
+
+void TestAbout::initTestCase()
+{
+    Application::setIdentity();
+    QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "open");
+}
+
+void TestAbout::init()
+{
+    settings().clear();
+    opened.clear();
+}
+
+void TestAbout::asksOnceAWeek_data()
+{
+    QTest::addColumn<QVariant>("stored");
+    QTest::addColumn<bool>("asks");
+    QTest::addColumn<QVariant>("storedThen");
+    QTest::newRow("the first start asks nobody") << QVariant() << false << QVariant(today());
+    QTest::newRow("six days later") << QVariant(today() - 6) << false << QVariant(today() - 6);
+    QTest::newRow("seven days later") << QVariant(today() - 7) << true << QVariant(today());
+    QTest::newRow("the clock was set back")
+        << QVariant(today() + 9) << false << QVariant(today() + 9);
+    QTest::newRow("no number counts as day 0")
+        << QVariant(QStringLiteral("x")) << true << QVariant(today());
+}
+
+void TestAbout::asksOnceAWeek()
+{
+    QFETCH(const QVariant, stored);
+    QFETCH(const bool, asks);
+    Feed feed("8.0.180");
+    if (stored.isValid()) {
+        store(dayKey, stored);
+    }
+    Boxes boxes;
+    const Window w;
+    QCOMPARE(feed.storedDays, asks ? QList<qulonglong>{today()} : QList<qulonglong>());
+    QTEST(QVariant(settings().value(dayKey).toULongLong()), "storedThen");
+}
+
+void TestAbout::offersANewerVersion_data()
+{
+    QTest::addColumn<QString>("button");
+    QTest::addColumn<QStringList>("opens");
+    QTest::newRow("Download") << QStringLiteral("Download")
+                              << QStringList{QStringLiteral("https://velmora.example/get?a=1")};
+    QTest::newRow("Later") << QStringLiteral("Later") << QStringList();
+    QTest::newRow("Escape") << QString() << QStringList();
+}
+
+void TestAbout::offersANewerVersion()
+{
+    QFETCH(const QString, button);
+    const Feed feed("8.10.0");
+    store(dayKey, 1);
+    ShownBox shown{};
+    QTimer poll;
+    connect(&poll, &QTimer::timeout, this, [&] {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        if (!box) {
+            return;
+        }
+        shown = {box->windowTitle(), box->text(), box->icon()};
+        QCOMPARE(box->textFormat(), Qt::PlainText);
+        QVERIFY(!aboutPanel(*box->parentWidget()));
+        if (button.isEmpty()) {
+            QTest::keyClick(box, Qt::Key_Escape);
+        } else {
+            WindowDriver::press(box, button);
+        }
+    });
+    poll.start(5);
+    const Window w;
+    QCOMPARE(shown,
+             (ShownBox{QStringLiteral("VelmoraNodePatch"),
+                       QStringLiteral("A new version is available.\nVersion: 8.10.0 \n"
+                                      "Would you like to download now?"),
+                       QMessageBox::Information}));
+    QTEST(opened, "opens");
+}
+
+void TestAbout::showsThePanelForAWhile()
+{
+    const Window w;
+    const QFrame *panel = aboutPanel(w.window);
+    QVERIFY(panel && panel->isVisible() && panel->windowType() == Qt::SplashScreen);
+    QCOMPARE(panel->size(), QSize(300, 300));
+    QStringList texts;
+    const auto labels = panel->findChildren<QLabel *>();
+    for (const QLabel *label : labels) {
+        texts.append(label->text());
+    }
+    QCOMPARE(texts,
+             (QStringList{QStringLiteral("VelmoraNodePatch"), QStringLiteral("v8.0.180"),
+                          QStringLiteral("velmora.example"), QString()}));
+    QTRY_VERIFY(!panel->isVisible());
+    w.press(QStringLiteral("About"));
+    QVERIFY(panel->isVisible());
+    QTRY_VERIFY(!panel->isVisible());
+}
+
+NODEPATCH_TEST_MAIN(TestAbout)
+#include "tst_about.moc"

@@ -1,0 +1,425 @@
+// How nodes get into the selectors: by discovery, and by hand.
+
+#include "Announcer.h"
+#include "Application.h"
+#include "Plant.h"
+#include "nmos/NmosClient.h"
+#include "support/Boxes.h"
+#include "support/TestMain.h"
+#include "support/Window.h"
+#include "widgets/SelectorEntries.h"
+
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QSpinBox>
+#include <QUrl>
+
+namespace {
+
+struct IntakeWindow : Window {
+    // What discovery says of a node once it has read its self resource.
+    void report(const SimulatedNode &node, const QString &name)
+    {
+        const QUrl url(node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"));
+        QMetaObject::invokeMethod(&window, "onMdnsDeviceFound", Q_ARG(QString, name),
+                                  Q_ARG(QUrl, url), Q_ARG(QJsonDocument, QJsonDocument()));
+    }
+
+    void addDevice(const QString &address, int port)
+    {
+        device = [address, port](QDialog *dialog) {
+            dialog->findChild<QLineEdit *>()->setText(address);
+            dialog->findChild<QSpinBox *>()->setValue(port);
+            dialog->accept();
+        };
+        press(QStringLiteral("Add Device"));
+    }
+
+    void removeDevice(int row)
+    {
+        device = [row](QDialog *dialog) {
+            dialog->findChild<QListWidget *>()->setCurrentRow(row);
+            dialog->accept();
+        };
+        press(QStringLiteral("Remove Device"));
+    }
+
+    std::function<void(QDialog *)> device;
+    Boxes boxes{[this](QDialog *dialog) {
+        device(dialog);
+    }};
+};
+
+QStringList entries(const QComboBox *selector)
+{
+    QStringList texts;
+    for (int i = 0; i < selector->count(); ++i) {
+        texts.append(selector->itemText(i));
+    }
+    return texts;
+}
+
+QString entry(const QString &name, const SimulatedNode &node, const QString &label)
+{
+    return QStringLiteral("%1 (%2-%3)").arg(name, node.host(), label);
+}
+
+QStringList storedDevices()
+{
+    QSettings store(Identity::organisation(), Identity::application());
+    QStringList hosts;
+    const int count = store.beginReadArray(QStringLiteral("manualDevices"));
+    for (int i = 0; i < count; ++i) {
+        store.setArrayIndex(i);
+        hosts.append(store.value(QStringLiteral("address")).toString() + QLatin1Char(':')
+                     + store.value(QStringLiteral("port")).toString());
+    }
+    return hosts;
+}
+
+const QString sendersPath = SimulatedNode::collectionPath(QStringLiteral("senders"));
+const QString receiversPath = SimulatedNode::collectionPath(QStringLiteral("receivers"));
+
+// Lets a node that hangs go on once the condition holds, or after half a minute. Whatever waits for
+// the node has been called from the test's own wait, which cannot end before.
+void release(QObject *context, SimulatedNode &node, const std::function<bool()> &condition)
+{
+    auto *poll = new QTimer(context);
+    QObject::connect(poll, &QTimer::timeout, context,
+                     [poll, &node, condition, left = 3000]() mutable {
+                         if (condition() || --left == 0) {
+                             poll->stop();
+                             node.clearFaults();
+                         }
+                     });
+    poll->start(10);
+}
+
+} // namespace
+
+class TestIntake final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void findsAnAnnouncedNode();
+    void listsAReportedNode();
+    void leavesTheOperatorsTextAlone();
+    void discoveryReplacesAManualDevice();
+    void keepsTheChoiceUnderItsNewName();
+    void listsEveryNodeWhileSomeMisbehave();
+    void patchesAtOnceAmidReports();
+    void addsAndRemovesDevices();
+    void probesStoredDevicesAfterAWhile();
+    void keepsTheSoundPartOfBrokenSettings();
+    void aProbeOutlivesItsDevice();
+};
+
+void TestIntake::initTestCase()
+{
+    Application::setIdentity();
+    Announcer::silenceAvahi();
+    Plant::raiseFileLimit();
+}
+
+void TestIntake::init()
+{
+    settings().clear();
+}
+
+void TestIntake::findsAnAnnouncedNode()
+{
+    const SimulatedNode node(NodeDescription::transmitter(),
+                             QHostAddress(QStringLiteral("192.0.2.1")));
+    Announcer announcer;
+    if (!node.isListening() || !announcer.isRunning()) {
+        QSKIP("needs a network namespace of its own (scripts/with-network)");
+    }
+    const QString name = QStringLiteral("Cam. 1 \u00fc");
+    IntakeWindow w;
+    QVERIFY(announcer.announce({name.toUtf8(), "cam1", {node.address()}, node.port()}));
+    QTRY_COMPARE_WITH_TIMEOUT(entries(w.tx),
+                              QStringList{entry(name, node, QStringLiteral("Video"))}, 15000);
+    QCOMPARE(w.rx->count(), 0);
+    QCOMPARE(w.tx->currentText(), QString());
+}
+
+void TestIntake::listsAReportedNode()
+{
+    SimulatedNode node(NodeDescription::wide(QStringLiteral("Wide"), 3, 2));
+    IntakeWindow w;
+    const QString host = node.host();
+    QTest::ignoreMessage(
+        QtDebugMsg,
+        qPrintable(QStringLiteral("mDNS found NMOS Node: \"B\" \"http://%1/x-nmos/node/v1.3/self\"")
+                       .arg(host)));
+    w.report(node, QStringLiteral("B"));
+    QCOMPARE(
+        node.requestLines(),
+        (QStringList{QStringLiteral("GET ") + sendersPath,
+                     QStringLiteral("GET /x-nmos/node/v1.3/flows/"),
+                     QStringLiteral("GET ") + sendersPath, QStringLiteral("GET ") + receiversPath,
+                     QStringLiteral("GET ") + receiversPath}));
+    w.report(node, QStringLiteral("A"));
+    w.report(node, QStringLiteral("B"));
+    QCOMPARE(w.tx->count(), 6);
+    QCOMPARE(entries(w.rx),
+             (QStringList{entry(QStringLiteral("A"), node, QStringLiteral("Input 1")),
+                          entry(QStringLiteral("A"), node, QStringLiteral("Input 2")),
+                          entry(QStringLiteral("B"), node, QStringLiteral("Input 1")),
+                          entry(QStringLiteral("B"), node, QStringLiteral("Input 2"))}));
+    const auto sender = w.tx->itemData(5).value<NmosClient::SenderConnection>();
+    QCOMPARE(sender.id, node.senderIds().at(2));
+    QCOMPARE(sender.host, host);
+
+    // What a node no longer has stays listed; a side that is refused adds nothing.
+    node.setCollection(QStringLiteral("receivers"), "[]");
+    node.setFault(sendersPath, Fault::status(503));
+    w.report(node, QStringLiteral("C"));
+    QCOMPARE(w.tx->count() + w.rx->count(), 10);
+}
+
+void TestIntake::leavesTheOperatorsTextAlone()
+{
+    const SimulatedNode node(NodeDescription::wide(QStringLiteral("Wide"), 2, 2));
+    IntakeWindow w;
+    Window::enter(w.tx, node.host());
+    w.report(node, QStringLiteral("A"));
+    QCOMPARE(w.tx->currentText(), node.host());
+    QCOMPARE(w.rx->currentText(), QString());
+    Window::choose(w.rx, w.rx->itemText(1));
+    const QString chosen = w.rx->currentText();
+    w.report(node, QStringLiteral("0"));
+    QCOMPARE(w.rx->currentText(), chosen);
+    QCOMPARE(
+        SelectorEntries::currentRecord(w.rx).value<NmosClient::ReceiverConnection>().displayName,
+        chosen);
+}
+
+void TestIntake::discoveryReplacesAManualDevice()
+{
+    SimulatedNode node;
+    IntakeWindow w;
+    QTest::ignoreMessage(
+        QtDebugMsg, qPrintable(QStringLiteral("Probing manual device: \"%1\"").arg(node.host())));
+    w.addDevice(QStringLiteral("127.0.0.1"), node.port());
+    QCOMPARE(entries(w.tx),
+             QStringList{entry(QStringLiteral("127.0.0.1"), node, QStringLiteral("Video"))});
+    Window::enter(w.tx, QStringLiteral("192.0.2.99:1"));
+    w.report(node, QStringLiteral("Cam"));
+    QCOMPARE(entries(w.tx),
+             QStringList{entry(QStringLiteral("Cam"), node, QStringLiteral("Video"))});
+    QCOMPARE(w.tx->currentText(), QStringLiteral("192.0.2.99:1"));
+
+    // From now on the device is discovery's: removed and added again, it is not probed.
+    w.removeDevice(0);
+    QCOMPARE(w.tx->count(), 0);
+    node.clearRequests();
+    w.addDevice(QStringLiteral("127.0.0.1"), node.port());
+    QVERIFY(node.requests().isEmpty());
+    w.report(node, QStringLiteral("Cam"));
+    QCOMPARE(w.tx->count(), 1);
+}
+
+void TestIntake::keepsTheChoiceUnderItsNewName()
+{
+    SimulatedNode node(NodeDescription::wide(QStringLiteral("Wide"), 3, 2));
+    IntakeWindow w;
+    w.addDevice(QStringLiteral("127.0.0.1"), node.port());
+    Window::choose(w.tx, w.tx->itemText(1));
+    Window::choose(w.rx, w.rx->itemText(1));
+    node.setFault(receiversPath, Fault::status(503));
+    w.report(node, QStringLiteral("Z"));
+    QCOMPARE(w.tx->currentText(), entry(QStringLiteral("Z"), node, QStringLiteral("Output 2")));
+    QCOMPARE(SelectorEntries::currentRecord(w.tx).value<NmosClient::SenderConnection>().id,
+             node.senderIds().at(1));
+    QVERIFY(Window::isOn(w.txLight));
+    // The receiver did not come back: nobody else's takes its place.
+    QCOMPARE(w.rx->currentText(), QString());
+    QVERIFY(!Window::isOn(w.rxLight));
+}
+
+void TestIntake::listsEveryNodeWhileSomeMisbehave()
+{
+    constexpr int count = 60;
+    Plant plant;
+    plant.addMany(
+        count, [](int i) { return NodeDescription::wide(QStringLiteral("Node %1").arg(i), 1, 1); });
+    plant.at(3).setFault(sendersPath, Fault::hang());
+    plant.at(7).setFault(sendersPath, Fault::reset());
+    plant.at(7).setFault(receiversPath, Fault::status(500));
+    for (int i = 10; i < count; i += 5) {
+        plant.at(i).setResponseDelay(5);
+    }
+    IntakeWindow w;
+    // All at once: most come in while an intake waits.
+    for (int i = 0; i < count; ++i) {
+        QTimer::singleShot(0, &w.window,
+                           [&w, &plant, i] { w.report(plant.at(i), QString::number(i)); });
+    }
+    bool listed = false;
+    release(&w.window, plant.at(3), [&] {
+        listed = w.tx->count() == count - 2 && w.rx->count() == count - 2;
+        return listed;
+    });
+    QTRY_COMPARE_WITH_TIMEOUT(w.rx->count(), count - 1, 60000);
+    QVERIFY(listed);
+}
+
+void TestIntake::patchesAtOnceAmidReports()
+{
+    const SimulatedNode tx;
+    const SimulatedNode rx(NodeDescription::receiver());
+    Plant plant;
+    plant.addMany(20, [](int i) { return NodeDescription::wide(QString::number(i), 4, 4); });
+    plant.at(0).setFault(sendersPath, Fault::hang());
+    IntakeWindow w;
+    Window::enter(w.tx, tx.host());
+    Window::enter(w.rx, rx.host());
+    for (int i = 0; i < plant.size(); ++i) {
+        QTimer::singleShot(0, &w.window,
+                           [&w, &plant, i] { w.report(plant.at(i), QString::number(i)); });
+    }
+    int listedBefore = -1;
+    QTimer poll;
+    connect(&poll, &QTimer::timeout, &w.window, [&] {
+        if (!plant.at(2).requests().isEmpty()) {
+            poll.stop();
+            w.press(QStringLiteral("Connect (Tx->Rx)"));
+            listedBefore = w.tx->count();
+            plant.at(0).clearFaults();
+        }
+    });
+    poll.start(1);
+    QTRY_VERIFY(listedBefore >= 0);
+    QVERIFY(listedBefore < 4 * (plant.size() - 1));
+    const QStringList receiverIds = rx.receiverIds();
+    for (const QString &id : receiverIds) {
+        QVERIFY(rx.receiverActive(id).value(QLatin1String("master_enable")).toBool());
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(w.rx->count(), 4 * plant.size(), 30000);
+}
+
+void TestIntake::addsAndRemovesDevices()
+{
+    const QString already = QStringLiteral("This device is already in the manual device list.");
+    const QString none = QStringLiteral("No manual devices have been added.");
+    const QStringList hosts{QStringLiteral("127.0.0.1:1"), QStringLiteral("127.0.0.1:2"),
+                            QStringLiteral("LocalHost:1"), QStringLiteral("localhost:1")};
+    {
+        IntakeWindow w;
+        w.press(QStringLiteral("Remove Device"));
+        QCOMPARE(
+            w.boxes.take(),
+            (QList<ShownBox>{{QStringLiteral("Remove Device"), none, QMessageBox::Information}}));
+        w.addDevice(QStringLiteral(" 127.0.0.1 "), 1);
+        w.addDevice(QStringLiteral("127.0.0.1"), 2);
+        w.addDevice(QStringLiteral("LocalHost"), 1);
+        w.addDevice(QStringLiteral("localhost"), 1);
+        QVERIFY(w.boxes.take().isEmpty());
+        w.addDevice(QStringLiteral("127.0.0.1"), 1);
+        QCOMPARE(
+            w.boxes.take(),
+            (QList<ShownBox>{{QStringLiteral("Add Device"), already, QMessageBox::Information}}));
+        w.addDevice(QStringLiteral("  "), 1);
+        w.device = [](QDialog *dialog) {
+            dialog->reject();
+        };
+        w.press(QStringLiteral("Remove Device"));
+        QCOMPARE(storedDevices(), hosts);
+    }
+    IntakeWindow w;
+    QStringList offered;
+    w.device = [&offered](QDialog *dialog) {
+        const auto *list = dialog->findChild<QListWidget *>();
+        for (int i = 0; i < list->count(); ++i) {
+            offered.append(list->item(i)->text());
+        }
+        dialog->accept();
+    };
+    w.press(QStringLiteral("Remove Device"));
+    QCOMPARE(offered, hosts);
+    w.removeDevice(1);
+    QCOMPARE(storedDevices(), (QStringList{hosts.at(1), hosts.at(3)}));
+
+    QMap<QString, int> port;
+    w.device = [&port](QDialog *dialog) {
+        const auto *box = dialog->findChild<QSpinBox *>();
+        port = {{QStringLiteral("value"), box->value()},
+                {QStringLiteral("least"), box->minimum()},
+                {QStringLiteral("most"), box->maximum()}};
+        dialog->reject();
+    };
+    w.press(QStringLiteral("Add Device"));
+    QCOMPARE(port,
+             (QMap<QString, int>{{QStringLiteral("value"), 80},
+                                 {QStringLiteral("least"), 1},
+                                 {QStringLiteral("most"), 65535}}));
+}
+
+void TestIntake::probesStoredDevicesAfterAWhile()
+{
+    const SimulatedNode first;
+    const SimulatedNode second(NodeDescription::receiver());
+    {
+        IntakeWindow w;
+        w.addDevice(QStringLiteral("127.0.0.1"), first.port());
+        w.addDevice(QStringLiteral("127.0.0.1"), second.port());
+    }
+    IntakeWindow w;
+    QCOMPARE(w.tx->count(), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(w.tx->count(), 1, 10000);
+    QTRY_COMPARE(w.rx->count(), 1);
+}
+
+void TestIntake::keepsTheSoundPartOfBrokenSettings()
+{
+    QSettings store(Identity::organisation(), Identity::application());
+    store.beginWriteArray(QStringLiteral("manualDevices"), 4);
+    const QVariantMap stored[] = {
+        {{QStringLiteral("port"), 90}},
+        {{QStringLiteral("address"), QStringLiteral("a")}},
+        {{QStringLiteral("address"), QStringLiteral("b")},
+         {QStringLiteral("port"), QStringLiteral("x")}},
+        {{QStringLiteral("address"), QStringLiteral("c")}, {QStringLiteral("port"), 99999}}};
+    for (int i = 0; i < 4; ++i) {
+        store.setArrayIndex(i);
+        for (auto it = stored[i].begin(); it != stored[i].end(); ++it) {
+            store.setValue(it.key(), it.value());
+        }
+    }
+    store.endArray();
+    IntakeWindow w;
+    w.addDevice(QStringLiteral("127.0.0.1"), 1);
+    QCOMPARE(storedDevices(),
+             (QStringList{QStringLiteral("a:80"), QStringLiteral("b:0"), QStringLiteral("c:99999"),
+                          QStringLiteral("127.0.0.1:1")}));
+}
+
+void TestIntake::aProbeOutlivesItsDevice()
+{
+    SimulatedNode node;
+    const SimulatedNode other(NodeDescription::wide(QStringLiteral("Other"), 1, 0));
+    node.setFault(sendersPath, Fault::hang());
+    IntakeWindow w;
+    QTimer poll;
+    connect(&poll, &QTimer::timeout, &w.window, [&] {
+        if (!node.requests().isEmpty()) {
+            poll.stop();
+            w.removeDevice(0);
+            w.addDevice(QStringLiteral("127.0.0.1"), other.port());
+        }
+    });
+    poll.start(1);
+    QTimer::singleShot(0, &w.window,
+                       [&] { w.addDevice(QStringLiteral("127.0.0.1"), node.port()); });
+    release(&w.window, node, [&w] { return w.tx->count() == 1; });
+    QTRY_COMPARE_WITH_TIMEOUT(w.tx->count(), 2, 60000);
+    QCOMPARE(storedDevices(), QStringList{other.host()});
+}
+
+NODEPATCH_TEST_MAIN(TestIntake)
+#include "tst_intake.moc"

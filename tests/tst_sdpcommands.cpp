@@ -1,0 +1,186 @@
+// The two "Show SDP…" commands against real nodes.
+
+#include "Application.h"
+#include "SimulatedNode.h"
+#include "support/Boxes.h"
+#include "support/TestMain.h"
+#include "support/Window.h"
+
+#include <QClipboard>
+#include <QComboBox>
+#include <QTextEdit>
+
+namespace {
+
+const QString showTx = QStringLiteral("Transmitter IP: show SDP");
+const QString showRx = QStringLiteral("Receiver IP: show SDP");
+
+const Essence essences[] = {Essence::Video, Essence::Audio, Essence::Data};
+
+// Copies and closes every SDP dialog, and remembers what was copied.
+struct SdpWindow : Window {
+    QStringList titles;
+    Boxes boxes{[this](QDialog *dialog) {
+        titles.append(dialog->windowTitle());
+        WindowDriver::press(dialog, QStringLiteral("Copy SDP"));
+        WindowDriver::press(dialog, QStringLiteral("Close"));
+    }};
+
+    static QString copied()
+    {
+        return QGuiApplication::clipboard()->text();
+    }
+};
+
+// The text view knows one kind of line end.
+QString block(const QByteArray &sdp)
+{
+    return QString::fromUtf8(sdp).replace(QLatin1String("\r\n"), QLatin1String("\n"))
+        + QStringLiteral("\n\n\n");
+}
+
+} // namespace
+
+class TestSdpCommands final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void showsWhatTheDeviceOffers_data();
+    void showsWhatTheDeviceOffers();
+    void activatesASenderOnce();
+    void showsWhatIsStaged();
+    void leavesOutWhatFails();
+    void tellsWhatIsMissing_data();
+    void tellsWhatIsMissing();
+};
+
+void TestSdpCommands::initTestCase()
+{
+    Application::setIdentity();
+}
+
+void TestSdpCommands::init()
+{
+    QGuiApplication::clipboard()->clear();
+}
+
+void TestSdpCommands::showsWhatTheDeviceOffers_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::newRow("video") << 1;
+    QTest::newRow("video and audio") << 2;
+    QTest::newRow("video, audio and data") << 3;
+}
+
+void TestSdpCommands::showsWhatTheDeviceOffers()
+{
+    QFETCH(const int, count);
+    NodeDescription description = NodeDescription::transmitter();
+    description.devices[0].senders.resize(count);
+    const SimulatedNode node(description);
+    QString expected;
+    for (int i = 0; i < count; ++i) {
+        expected += block(node.manifest(node.senderIds(essences[i]).value(0)));
+    }
+    SdpWindow w;
+    Window::enter(w.tx, node.host());
+    w.press(showTx);
+    QCOMPARE(SdpWindow::copied(), expected);
+    QCOMPARE(w.titles, QStringList{QStringLiteral("SDP • Sender Video")});
+    QVERIFY(node.requests(QStringLiteral("PATCH")).isEmpty());
+}
+
+void TestSdpCommands::activatesASenderOnce()
+{
+    SimulatedNode node;
+    const QString video = node.senderIds(Essence::Video).value(0);
+    node.setFault(SimulatedNode::manifestPath(video), Fault::untilActivated());
+    SdpWindow w;
+    Window::enter(w.tx, node.host());
+    w.press(showTx);
+    QCOMPARE(SdpWindow::copied().count(QLatin1String("v=0")), 3);
+    const auto patches = node.requests(QStringLiteral("PATCH"));
+    QCOMPARE(patches.size(), 1);
+    QCOMPARE(patches.at(0).path, SimulatedNode::senderStagedPath(video));
+}
+
+void TestSdpCommands::showsWhatIsStaged()
+{
+    const SimulatedNode tx;
+    const SimulatedNode rx(NodeDescription::receiver());
+    SdpWindow w;
+    Window::enter(w.tx, tx.host());
+    Window::enter(w.rx, rx.host());
+    w.press(QStringLiteral("Connect (Tx->Rx)"));
+    w.press(showRx);
+    w.press(showTx);
+    QCOMPARE(w.titles,
+             (QStringList{QStringLiteral("SDP • Sender Video (from receiver node)"),
+                          QStringLiteral("SDP • Sender Video")}));
+    const QString offered = SdpWindow::copied();
+    w.press(showRx);
+    QCOMPARE(SdpWindow::copied(), offered);
+}
+
+void TestSdpCommands::leavesOutWhatFails()
+{
+    SimulatedNode node;
+    const QString audio = node.senderIds(Essence::Audio).value(0);
+    node.setFault(SimulatedNode::manifestPath(audio), Fault::status(404));
+    node.setFault(SimulatedNode::senderStagedPath(audio), Fault::status(423));
+    SdpWindow w;
+    Window::enter(w.tx, node.host());
+    w.press(showTx);
+    QCOMPARE(SdpWindow::copied(),
+             block(node.manifest(node.senderIds(Essence::Video).value(0)))
+                 + block(node.manifest(node.senderIds(Essence::Data).value(0))));
+}
+
+void TestSdpCommands::tellsWhatIsMissing_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<bool>("isNode");
+    QTest::addColumn<ShownBox>("box");
+    QTest::newRow("no transmitter")
+        << showTx << false
+        << ShownBox{QStringLiteral("No Sender"),
+                    QStringLiteral("No sender found on transmitter node."), QMessageBox::Warning};
+    QTest::newRow("no SDP to be had")
+        << showTx << true
+        << ShownBox{QStringLiteral("SDP"), QStringLiteral("Failed to fetch SDP from sender."),
+                    QMessageBox::Warning};
+    QTest::newRow("no receiver")
+        << showRx << false
+        << ShownBox{QStringLiteral("Info"),
+                    QStringLiteral("No senders on the receiver node to display SDP from."),
+                    QMessageBox::Information};
+    QTest::newRow("nothing staged")
+        << showRx << true
+        << ShownBox{QStringLiteral("SDP"),
+                    QStringLiteral("Nothing is connected/Failed to fetch SDP."),
+                    QMessageBox::Warning};
+}
+
+void TestSdpCommands::tellsWhatIsMissing()
+{
+    QFETCH(const QString, command);
+    QFETCH(const bool, isNode);
+    QFETCH(const ShownBox, box);
+    SimulatedNode tx;
+    const SimulatedNode rx(NodeDescription::receiver());
+    tx.setFault(SimulatedNode::manifestPath(tx.senderIds(Essence::Video).value(0)),
+                Fault::status(500));
+    SdpWindow w;
+    if (isNode) {
+        Window::enter(w.tx, tx.host());
+        Window::enter(w.rx, rx.host());
+    }
+    w.press(command);
+    QCOMPARE(w.boxes.take(), QList<ShownBox>{box});
+    QVERIFY(w.titles.isEmpty());
+}
+
+NODEPATCH_TEST_MAIN(TestSdpCommands)
+#include "tst_sdpcommands.moc"
