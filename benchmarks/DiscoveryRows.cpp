@@ -1,0 +1,300 @@
+// From an announcement to the entry in the selector, and what an announcement leaves in memory.
+
+#include "Announcer.h"
+#include "Comparison.h"
+#include "MainWindow.h"
+#include "Rows.h"
+#include "SimulatedNode.h"
+#include "WindowDriver.h"
+#include "nmos/SyncHttp.h"
+
+#include <qmdnsengine/browser.h>
+#include <qmdnsengine/cache.h>
+#include <qmdnsengine/resolver.h>
+#include <qmdnsengine/server.h>
+
+#include <QComboBox>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <malloc.h>
+#include <memory>
+#include <mutex>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+// A node, and the announcement that leads to it.
+struct AnnouncedNode {
+    explicit AnnouncedNode(const QByteArray &name)
+        : node(NodeDescription::transmitter(QString::fromUtf8(name)),
+               QHostAddress(QStringLiteral("127.0.0.10")))
+    {
+        announcement.instance = name;
+        announcement.hostName = name.toLower();
+        announcement.addresses = {node.address()};
+        announcement.port = node.port();
+    }
+
+    SimulatedNode node;
+    Announcement announcement;
+};
+
+// A socket that hears the multicast DNS packets of all interfaces and has the kernel note when each
+// arrived: no thread has to be awake then.
+class Wire final {
+public:
+    Wire()
+        : descriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    {
+        const int on = 1;
+        ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
+        ::setsockopt(descriptor, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(5353);
+        if (::bind(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+            qFatal("cannot listen to multicast DNS");
+        }
+        for (const char *interface : {"lo", "vx0", "vx1"}) { // of scripts/with-network
+            ip_mreqn group{};
+            group.imr_multiaddr.s_addr = htonl(0xe00000fb); // 224.0.0.251
+            group.imr_ifindex = static_cast<int>(::if_nametoindex(interface));
+            ::setsockopt(descriptor, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group);
+        }
+    }
+
+    ~Wire()
+    {
+        ::close(descriptor);
+    }
+    Q_DISABLE_COPY_MOVE(Wire)
+
+    // When the first response that names the service arrived, of the packets not yet looked at, on
+    // the monotonic clock; and looks at all of them.
+    long long firstResponse(const QByteArray &name) const
+    {
+        timespec now{};
+        ::clock_gettime(CLOCK_REALTIME, &now);
+        const long long offset = monotonicNanoseconds() - nanoseconds(now);
+        long long first = 0;
+        std::array<char, 9000> data{};
+        alignas(cmsghdr) std::array<char, 64> control{};
+        iovec buffer{data.data(), data.size()};
+        for (;;) {
+            msghdr message{nullptr, 0, &buffer, 1, control.data(), control.size(), 0};
+            const ssize_t size = ::recvmsg(descriptor, &message, 0);
+            if (size < 0) {
+                return first;
+            }
+            const bool isResponse = (data[2] & 0x80) != 0;
+            const auto packet = QByteArray::fromRawData(data.data(), static_cast<int>(size));
+            if (first == 0 && isResponse && packet.contains(name)) {
+                timespec arrival{};
+                std::memcpy(&arrival, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof arrival);
+                first = nanoseconds(arrival) + offset;
+            }
+        }
+    }
+
+private:
+    static long long nanoseconds(const timespec &time)
+    {
+        return time.tv_sec * 1000000000LL + time.tv_nsec;
+    }
+
+    const int descriptor;
+};
+
+// Times how long after an announcement its service is listed by the program and printed by
+// avahi-browse, both of which hear the same one. The time counts from when the announcement is on
+// the wire: the probing for its name, which comes before, takes a second.
+class Race final {
+public:
+    Race()
+        : browse(::popen("echo $$; exec stdbuf -oL avahi-browse -rp _nmos-node._tcp", "re"))
+        , reading([this] { read(); })
+        , hands(&window)
+    {
+        window.show();
+        QObject::connect(hands.tx->model(), &QAbstractItemModel::rowsInserted, &window,
+                         [this] { listed = monotonicNanoseconds(); });
+    }
+
+    ~Race()
+    {
+        ::kill(browseId, SIGTERM);
+        reading.join();
+        ::pclose(browse);
+    }
+    Q_DISABLE_COPY_MOVE(Race)
+
+    double program()
+    {
+        announceUnlessAsked();
+        return static_cast<double>(listed - sent) / 1e6;
+    }
+
+    double beside()
+    {
+        announceUnlessAsked();
+        return static_cast<double>(printed - sent) / 1e6;
+    }
+
+private:
+    // Runs in a thread, which the window's work does not hold up.
+    void read()
+    {
+        std::array<char, 4096> line{};
+        while (std::fgets(line.data(), line.size(), browse)) {
+            const std::scoped_lock lock(mutex);
+            if (browseId == 0) {
+                browseId = std::atoi(line.data());
+            } else if (line[0] == '=' && QByteArray(line.data()).contains(name) && printed == 0) {
+                printed = monotonicNanoseconds();
+            }
+        }
+    }
+
+    // Each announcement gives a figure for either side.
+    void announceUnlessAsked()
+    {
+        half = !half;
+        if (!half) {
+            return;
+        }
+        {
+            const std::scoped_lock lock(mutex);
+            name = "number" + QByteArray::number(1000 + ++count);
+            listed = printed = 0;
+        }
+        announced.announcement.instance = name;
+        announcer.announce(announced.announcement);
+        Comparison::waitUntil([this] { return listed != 0 && printed != 0; });
+        sent = wire.firstResponse(name);
+    }
+
+    AnnouncedNode announced{"node"};
+    Announcer announcer;
+    const Wire wire;
+    std::FILE *browse;
+    std::atomic<pid_t> browseId{0};
+    std::mutex mutex;
+    QByteArray name;
+    std::atomic<long long> printed{0};
+    std::atomic<long long> listed{0};
+    std::thread reading;
+    MainWindow window;
+    WindowDriver hands;
+    long long sent = 0;
+    int count = 0;
+    bool half = false;
+};
+
+void announcementToEntry(benchmark::State &state)
+{
+    if (!qEnvironmentVariableIsSet("DBUS_SYSTEM_BUS_ADDRESS")) {
+        state.SkipWithError("needs avahi-daemon and avahi-browse");
+        return;
+    }
+    Race race;
+    Comparison::compare(
+        state, [&race] { return race.program(); }, [&race] { return race.beside(); });
+}
+
+double heapKibibytes()
+{
+    const struct mallinfo2 heap = ::mallinfo2();
+    return static_cast<double>(heap.uordblks + heap.hblkhd) / 1024;
+}
+
+constexpr int updates = 1000;
+
+// What a thousand updates leave behind in a window that knows the node.
+class KnownNode final {
+public:
+    KnownNode()
+        : browser(window.findChild<QMdnsEngine::Browser *>())
+    {
+        announced.node.setRequestObserver([this](const LoggedRequest &request) {
+            answered += request.path.endsWith(QLatin1String("/self")) ? 1 : 0;
+        });
+        QObject::connect(browser, &QMdnsEngine::Browser::serviceAdded, &window,
+                         [this](const QMdnsEngine::Service &found) { service = found; });
+        announcer.announce(announced.announcement);
+        const WindowDriver hands(&window);
+        Comparison::waitUntil([&hands] { return hands.rx->count() + hands.tx->count() > 0; });
+    }
+
+    double update()
+    {
+        const double before = heapKibibytes();
+        const int wanted = answered + updates;
+        for (int i = 0; i < updates; ++i) {
+            emit browser->serviceUpdated(service);
+        }
+        int last = -1;
+        Comparison::waitUntil([&] {
+            const bool settled = answered >= wanted && last == announced.node.requests().size()
+                && requestActivity().depth == 0;
+            last = announced.node.requests().size();
+            return settled;
+        });
+        announced.node.clearRequests();
+        return heapKibibytes() - before;
+    }
+
+    QMdnsEngine::Service service;
+
+private:
+    AnnouncedNode announced{"known"};
+    Announcer announcer;
+    MainWindow window;
+    QMdnsEngine::Browser *browser;
+    std::atomic<int> answered{0};
+};
+
+// What a thousand resolvers take that know for which announcement they are.
+double resolvers(const QMdnsEngine::Service &service)
+{
+    QMdnsEngine::Server server;
+    QMdnsEngine::Cache cache;
+    QObject owner;
+    const auto resolved = std::make_shared<int>(0);
+    const double before = heapKibibytes();
+    for (int i = 0; i < updates; ++i) {
+        auto *resolver = new QMdnsEngine::Resolver(&server, service.hostname(), &cache, &owner);
+        QObject::connect(
+            resolver, &QMdnsEngine::Resolver::resolved, &owner,
+            [resolved, service, scheme = QString::fromUtf8(service.attributes().value("api_proto")),
+             version = QString::fromUtf8(service.attributes().value("api_ver"))] { ++*resolved; });
+    }
+    Comparison::waitUntil([&resolved] { return *resolved >= updates; });
+    return heapKibibytes() - before;
+}
+
+void memoryOfUpdates(benchmark::State &state)
+{
+    KnownNode known;
+    Comparison::compare(
+        state, [&known] { return known.update(); }, [&known] { return resolvers(known.service); });
+}
+
+} // namespace
+
+void Rows::addDiscoveryRows()
+{
+    Comparison::addRow({"Announcement to entry in the selector", "avahi-browse -r", "ms", 1.3, 15},
+                       announcementToEntry);
+    Comparison::addRow({"Memory per 1,000 announcement updates of a known node",
+                        "1,000 resolvers with their records", "KiB", 1.1, 5},
+                       memoryOfUpdates);
+}

@@ -1,0 +1,31 @@
+// An empty main window of the given width and height, with the style sheet of the given path and a
+// window icon of the pictures that follow, if any.
+
+#include "FirstPaint.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QIcon>
+#include <QMainWindow>
+
+int main(int argc, char *argv[])
+{
+    QApplication app(argc, argv);
+    const FirstPaint firstPaint;
+    const QStringList arguments = QCoreApplication::arguments();
+    QIcon icon;
+    const QStringList pictures = arguments.mid(4);
+    for (const QString &picture : pictures) {
+        icon.addFile(picture);
+    }
+    QApplication::setWindowIcon(icon);
+    QApplication::setStyle(QStringLiteral("Fusion"));
+    QFile sheet(arguments.value(3));
+    if (sheet.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        app.setStyleSheet(QString::fromUtf8(sheet.readAll()));
+    }
+    QMainWindow window;
+    window.resize(arguments.value(1).toInt(), arguments.value(2).toInt());
+    window.show();
+    return QApplication::exec();
+}

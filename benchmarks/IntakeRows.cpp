@@ -1,0 +1,186 @@
+// The intake of many nodes, and of a node with very many senders and receivers.
+
+#include "Comparison.h"
+#include "LoopTurns.h"
+#include "MainWindow.h"
+#include "Plant.h"
+#include "Requests.h"
+#include "Rows.h"
+#include "WindowDriver.h"
+
+#include <QComboBox>
+#include <QCoreApplication>
+#include <QJsonDocument>
+#include <QLineEdit>
+#include <QTimer>
+
+namespace {
+
+struct Shape {
+    int nodes;
+    int endpoints; // senders, and as many receivers, of each node
+};
+
+// Nodes that answer with texts made beforehand, so that the answering costs little.
+class Nodes final {
+public:
+    explicit Nodes(const Shape &wanted)
+        : shape(wanted)
+    {
+        Plant::raiseFileLimit();
+        plant.addMany(shape.nodes, [this](int index) {
+            const QString label = QStringLiteral("Node %1").arg(index);
+            return NodeDescription::wide(label, shape.endpoints, shape.endpoints);
+        });
+        for (int i = 0; i < plant.size(); ++i) {
+            for (const char *name : {"senders", "receivers", "flows"}) {
+                const QString collection = QLatin1String(name);
+                SimulatedNode &node = plant.at(i);
+                node.setCollection(
+                    collection,
+                    QJsonDocument(node.collection(collection)).toJson(QJsonDocument::Compact));
+            }
+            recorder.watch(plant.at(i));
+        }
+    }
+
+    const Shape shape;
+    Recorder recorder;
+    Plant plant;
+};
+
+// Reports the nodes to a window as discovery does, one in each turn of the event loop, also inside
+// the waits of the intakes that have begun.
+void report(const Nodes &nodes, MainWindow *window, int index)
+{
+    if (index == nodes.plant.size()) {
+        return;
+    }
+    QTimer::singleShot(0, window, [&nodes, window, index] {
+        report(nodes, window, index + 1);
+        const SimulatedNode &node = nodes.plant.at(index);
+        const QUrl self(node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"));
+        QMetaObject::invokeMethod(window, "onMdnsDeviceFound", Q_ARG(QString, node.label()),
+                                  Q_ARG(QUrl, self), Q_ARG(QJsonDocument, {}));
+    });
+}
+
+// Waits until all senders and receivers are listed.
+void takeIn(Nodes &nodes, MainWindow *window, const WindowDriver &hands)
+{
+    report(nodes, window, 0);
+    const int wanted = nodes.shape.nodes * nodes.shape.endpoints;
+    Comparison::waitUntil(
+        [&] { return hands.rx->count() == wanted && hands.tx->count() == wanted; });
+}
+
+// By a window of its own. Answers the requests that it made, when asked.
+double takeIn(Nodes &nodes, QList<Request> *requests = nullptr, const QString &typed = {})
+{
+    MainWindow window;
+    window.show();
+    const WindowDriver hands(&window);
+    hands.tx->lineEdit()->insert(typed);
+    QCoreApplication::processEvents(); // the first painting
+    const double time = Comparison::timed([&] { takeIn(nodes, &window, hands); });
+    const QList<Request> made = nodes.recorder.take();
+    if (requests) {
+        *requests = made;
+    }
+    return time;
+}
+
+void besideBareManager(benchmark::State &state, const Shape &shape, BareManager::Answers answers)
+{
+    Nodes nodes(shape);
+    QList<Request> requests;
+    Comparison::compare(
+        state, [&] { return takeIn(nodes, &requests); },
+        [&] {
+            BareManager bare;
+            const double time = Comparison::timed([&] { bare.replay(requests, answers); });
+            nodes.recorder.take();
+            return time;
+        });
+}
+
+void besideFewer(benchmark::State &state, const Shape &more, const Shape &fewer)
+{
+    Nodes moreNodes(more);
+    Nodes fewerNodes(fewer);
+    Comparison::compare(
+        state, [&] { return takeIn(moreNodes); }, [&] { return takeIn(fewerNodes); });
+}
+
+void besideEmptyField(benchmark::State &state, const Shape &shape, const QString &typed)
+{
+    Nodes nodes(shape);
+    Comparison::compare(
+        state, [&] { return takeIn(nodes, nullptr, typed); }, [&] { return takeIn(nodes); });
+}
+
+// How the toolkit's own part grows: it watches every connection that it keeps for later.
+void bareBesideFewer(benchmark::State &state, const Shape &more, const Shape &fewer)
+{
+    Nodes moreNodes(more);
+    Nodes fewerNodes(fewer);
+    const auto replay = [](Nodes &nodes) {
+        QList<Request> requests;
+        takeIn(nodes, &requests);
+        return [&nodes, requests] {
+            BareManager bare;
+            const double time = Comparison::timed([&] { bare.replay(requests); });
+            nodes.recorder.take();
+            return time;
+        };
+    };
+    Comparison::compare(state, replay(moreNodes), replay(fewerNodes));
+}
+
+void standStill(benchmark::State &state, const Shape &shape)
+{
+    Nodes nodes(shape);
+    takeIn(nodes);
+    LoopTurns turns;
+    for ([[maybe_unused]] auto run : state) {
+        MainWindow window;
+        window.show();
+        const WindowDriver hands(&window);
+        QCoreApplication::processEvents(); // the first painting
+        turns.start([&hands] {
+            return QStringLiteral("%1 entries listed").arg(hands.tx->count() + hands.rx->count());
+        });
+        takeIn(nodes, &window, hands);
+        turns.stop();
+        state.SetIterationTime(1);
+    }
+    Comparison::report(state, turns.shareWithin(0.99), turns.summary());
+}
+
+} // namespace
+
+void Rows::addIntakeRows()
+{
+    using Comparison::addRow;
+    constexpr Shape manyNodes{1000, 16};
+    constexpr Shape halfOfThem{500, 16};
+    constexpr Shape wideNode{1, 5000};
+    constexpr Shape widerNode{1, 10000};
+    addRow({"Intake of 1,000 nodes with 16 senders and 16 receivers", "the same GETs, bare manager",
+            "ms", 1.3, 7},
+           [=](auto &state) { besideBareManager(state, manyNodes, BareManager::Answers::Read); });
+    addRow({"Intake of 1,000 nodes", "of 500", "ms", 2.2, 7},
+           [=](auto &state) { besideFewer(state, manyNodes, halfOfThem); });
+    addRow({"The same GETs by a bare manager, 1,000 nodes", "of 500", "ms", 2.2, 7},
+           [=](auto &state) { bareBesideFewer(state, manyNodes, halfOfThem); });
+    addRow({"Stand-still of the event loop meanwhile, 99 % of its turns", "", "ms", 16.7, 3},
+           [=](auto &state) { standStill(state, manyNodes); });
+    addRow({"Listing a node with 5,000 senders and 5,000 receivers",
+            "the same GETs and a parse, bare manager", "ms", 1.5, 11},
+           [=](auto &state) { besideBareManager(state, wideNode, BareManager::Answers::Parse); });
+    // No address: it would be asked.
+    addRow({"The same while the operator searches", "nothing typed", "ms", 1.2, 11},
+           [=](auto &state) { besideEmptyField(state, wideNode, QStringLiteral("no such")); });
+    addRow({"Listing a node with 10,000 of each", "with 5,000", "ms", 2.2, 11},
+           [=](auto &state) { besideFewer(state, widerNode, wideNode); });
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+// The rows of the table, by theme.
+namespace Rows {
+
+void addPatchRows();
+void addIntakeRows();
+void addStartRows();
+void addDiscoveryRows();
+void addBannerRows();
+
+} // namespace Rows

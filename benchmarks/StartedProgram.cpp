@@ -1,0 +1,19 @@
+// The program's main(), which tells about its first painting and ends.
+
+#include "Application.h"
+#include "FirstPaint.h"
+#include "MainWindow.h"
+
+#include <QApplication>
+
+int main(int argc, char *argv[])
+{
+    QApplication app(argc, argv);
+    const FirstPaint firstPaint;
+    Application::goWithoutOpenGl();
+    Application::setIdentity();
+    Application::setAppearance();
+    MainWindow window;
+    window.show();
+    return QApplication::exec();
+}

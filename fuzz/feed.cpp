@@ -1,0 +1,39 @@
+// The release feed: what it names is shown to the operator and opened in his browser.
+
+#include "Require.h"
+
+#include "FeedAddress.h"
+#include "ReleaseFeed.h"
+#include "VxUtil.h"
+
+namespace {
+
+bool isWeb(const QByteArray &address)
+{
+    return address.startsWith("http://") || address.startsWith("https://");
+}
+
+} // namespace
+
+// The rest of the library asks for it.
+QUrl releaseFeedAddress()
+{
+    return {};
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const QByteArray body(reinterpret_cast<const char *>(data), static_cast<int>(size));
+    Release release;
+    const int32_t result =
+        readReleaseFeed(body, QStringLiteral("velmoranodepatch"), {8, 0, 180, 0}, &release);
+    if (result == VXUTIL_NEWER) {
+        require(isWeb(release.download) && (release.notes.isEmpty() || isWeb(release.notes)));
+        for (const char c : release.version) {
+            require(c == '.' || (c >= '0' && c <= '9'));
+        }
+    } else {
+        require(release.version.isEmpty() && release.download.isEmpty());
+    }
+    return 0;
+}
