@@ -2,6 +2,8 @@
 
 #include "MainWindow.h"
 
+#include "widgets/Placeholder.h"
+
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFormLayout>
@@ -70,7 +72,7 @@ void MainWindow::doAddDevice()
     QDialog dialog(this);
     dialog.setWindowTitle(title);
     auto *address = new QLineEdit(&dialog);
-    address->setPlaceholderText(QStringLiteral("e.g. 10.0.0.5 or mydevice.local"));
+    setMutedPlaceholder(address, QStringLiteral("e.g. 10.0.0.5 or mydevice.local"));
     auto *port = new QSpinBox(&dialog);
     port->setRange(1, 65535);
     port->setValue(80);

@@ -82,6 +82,8 @@ void TestMainWindow::opensEmpty()
     for (const QComboBox *selector : {w.tx, w.rx}) {
         QCOMPARE(selector->currentText(), QString());
         QCOMPARE(selector->lineEdit()->placeholderText(), QStringLiteral("e.g. 10.0.0.2"));
+        // Not in the colour of an address that stands there.
+        QCOMPARE(selector->lineEdit()->palette().placeholderText().color(), QColor(0x8b949e));
     }
     QVERIFY(!Window::isOn(w.txLight));
     QVERIFY(!Window::isOn(w.rxLight));

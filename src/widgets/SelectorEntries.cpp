@@ -1,5 +1,7 @@
 #include "widgets/SelectorEntries.h"
 
+#include "widgets/Placeholder.h"
+
 #include <QAbstractItemView>
 #include <QComboBox>
 #include <QCompleter>
@@ -81,7 +83,7 @@ void prepare(QComboBox *selector, const QString &placeholder)
     // On the combo box it keeps the first entry from becoming the current one; on the line edit it
     // is seen.
     selector->setPlaceholderText(placeholder);
-    selector->lineEdit()->setPlaceholderText(placeholder);
+    setMutedPlaceholder(selector->lineEdit(), placeholder);
     offerMatches(selector);
     // The arrow is a triangle made of borders. The toolkit cuts the corners only between colours,
     // and the named colour "transparent" is none to it.
