@@ -183,11 +183,12 @@ void MdnsEngineTest::everyType()
 {
     Server server;
     Watch all(&server, "_services._dns-sd._udp.local.");
+    quint16 port = 80;
     for (const char *other : {"_a._tcp.local", "_b._udp.local"}) {
         const QByteArray name = instance("Cam", other);
         QVERIFY(sender.send(
             pointer("Cam", Mdns::hour, other)
-                .target(name, "cam1.local", 80)
+                .target(name, "cam1.local", port++)
                 .add(Mdns::name("_services._dns-sd._udp.local"), Mdns::Ptr, Mdns::name(other))
                 .bytes()));
     }
@@ -198,6 +199,24 @@ void MdnsEngineTest::everyType()
     types.sort();
     QCOMPARE(types,
              QStringList({QStringLiteral("_a._tcp.local."), QStringLiteral("_b._udp.local.")}));
+
+    // Listed under a subtype as well, the service stays while its type has it.
+    const QByteArray subtype = Mdns::name("_x._sub._a._tcp.local");
+    const QByteArray cam = instance("Cam", "_a._tcp.local");
+    QVERIFY(sender.send(Packet()
+                            .add(Mdns::name("_services._dns-sd._udp.local"), Mdns::Ptr, subtype)
+                            .add(subtype, Mdns::Ptr, cam)
+                            .bytes()));
+    Watch under(&server, "_x._sub._a._tcp.local.");
+    QTRY_COMPARE(under.events.size(), 1);
+    all.events.clear();
+    QVERIFY(sender.send(Packet().add(subtype, Mdns::Ptr, cam, goodbye).bytes()));
+    QTRY_COMPARE(under.events.size(), 2);
+    QVERIFY(sender.send(pointer("Cam", goodbye, "_b._udp.local").bytes()));
+    QTRY_VERIFY(!all.events.isEmpty());
+    QCOMPARE(all.events, QStringList{QStringLiteral("-|Cam|cam1.local.|81")});
+    QVERIFY(sender.send(pointer("Cam", goodbye, "_a._tcp.local").bytes()));
+    QTRY_COMPARE(all.events.size(), 2);
 }
 
 void MdnsEngineTest::addresses()

@@ -44,7 +44,7 @@ struct Instance {
     bool reported = false;
     bool unsettled = false; // waits for its turn in the queue
     bool textRead = false; // the attributes that came with the first answer are in
-    QSet<Link> links; // where its pointer record is seen
+    QSet<QPair<Link, QByteArray>> pointers; // where one is seen, and under which type or subtype
     Claims<Target> targets;
     Claims<Attributes> texts;
     std::unique_ptr<RecordLookup> targetLookup;
@@ -74,7 +74,7 @@ private:
     using Event = RecordLookup::Event;
 
     void browse(const QByteArray &type, bool forTypes);
-    void onPointer(Event event, Link link, const QByteArray &name);
+    void onPointer(Event event, const QPair<Link, QByteArray> &pointer, const QByteArray &name);
     void watch(const QByteArray &key, Instance &instance, const QByteArray &name);
     void touch(const QByteArray &key, Instance &instance);
     void settle(const QByteArray &key);
@@ -95,19 +95,20 @@ void BrowserPrivate::browse(const QByteArray &type, bool forTypes)
     // A type is never dropped: when one node says goodbye to it, others may still offer it.
     types[key] = std::make_unique<RecordLookup>(
         server, type, AVAHI_DNS_TYPE_PTR,
-        [this, forTypes](Event event, Link link, const AvahiRecord *record) {
+        [this, key, forTypes](Event event, Link link, const AvahiRecord *record) {
             if (!record) {
                 return;
             }
             if (!forTypes) {
-                onPointer(event, link, record->data.ptr.name);
+                onPointer(event, {link, key}, record->data.ptr.name);
             } else if (event == Event::Found) {
                 browse(shownName(record->data.ptr.name), false);
             }
         });
 }
 
-void BrowserPrivate::onPointer(Event event, Link link, const QByteArray &name)
+void BrowserPrivate::onPointer(Event event, const QPair<Link, QByteArray> &pointer,
+                               const QByteArray &name)
 {
     const QByteArray key = name.toLower();
     auto found = instances.find(key);
@@ -123,9 +124,9 @@ void BrowserPrivate::onPointer(Event event, Link link, const QByteArray &name)
         watch(key, found->second, name + '.');
     }
     if (event == Event::Found) {
-        found->second.links.insert(link);
+        found->second.pointers.insert(pointer);
     } else {
-        found->second.links.remove(link);
+        found->second.pointers.remove(pointer);
     }
     touch(key, found->second);
 }
@@ -171,7 +172,7 @@ void BrowserPrivate::settle(const QByteArray &key)
         return;
     }
     const bool known = instance.reported;
-    const bool seen = !instance.links.isEmpty();
+    const bool seen = !instance.pointers.isEmpty();
     Service service = instance.service;
     if (!seen || instance.targets.claims.isEmpty()) {
         instance.reported = false;
