@@ -219,9 +219,11 @@ void TestMainWindow::takesTypedTextForWhatItSays()
     const SimulatedNode rx(NodeDescription::wide(QStringLiteral("Rx"), 0, 1));
     Boxes boxes;
     Window w;
-    SelectorEntries::add(
-        w.tx, {{QStringLiteral("Output 2"), senderEntry(chosen, chosen.senderIds().at(1))}});
+    // Longer than a line edit takes by itself.
+    const QString text = QString(40000, QLatin1Char('x'));
+    SelectorEntries::add(w.tx, {{text, senderEntry(chosen, chosen.senderIds().at(1))}});
     w.tx->setCurrentIndex(0);
+    QVERIFY(SelectorEntries::currentRecord(w.tx).isValid());
     Window::enter(w.tx, typed.host());
     Window::enter(w.rx, rx.host());
     w.press(connectCommand);

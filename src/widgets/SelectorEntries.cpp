@@ -10,6 +10,7 @@
 #include <QSortFilterProxyModel>
 
 #include <algorithm>
+#include <limits>
 
 namespace SelectorEntries {
 
@@ -80,6 +81,8 @@ void prepare(QComboBox *selector, const QString &placeholder)
 {
     selector->setEditable(true);
     selector->setInsertPolicy(QComboBox::NoInsert);
+    // Else a long entry is cut when it is chosen, and then not shown as the entry that it is.
+    selector->lineEdit()->setMaxLength(std::numeric_limits<int>::max());
     // On the combo box it keeps the first entry from becoming the current one; on the line edit it
     // is seen.
     selector->setPlaceholderText(placeholder);
