@@ -118,13 +118,18 @@ void MainWindow::takeInManual(const ManualDevice &device)
         return;
     }
     qDebug() << "Probing manual device:" << host;
+    const auto addUnlessDiscovered = [this, &host](QComboBox *selector, const auto &connections) {
+        // Discovery may have found the node meanwhile, and has taken away what was added so far.
+        if (!discoveredHosts.contains(host)) {
+            addEntries(selector, connections);
+            manualHosts.insert(host);
+        }
+    };
     if (nmos->hasSenders(host)) {
-        addEntries(txCombo, nmos->listSenders(host, device.address));
-        manualHosts.insert(host);
+        addUnlessDiscovered(txCombo, nmos->listSenders(host, device.address));
     }
     if (nmos->hasReceivers(host)) {
-        addEntries(rxCombo, nmos->listReceivers(host, device.address));
-        manualHosts.insert(host);
+        addUnlessDiscovered(rxCombo, nmos->listReceivers(host, device.address));
     }
 }
 

@@ -109,6 +109,7 @@ private slots:
     void listsAReportedNode();
     void leavesTheOperatorsTextAlone();
     void discoveryReplacesAManualDevice();
+    void discoveryOvertakesAProbe();
     void keepsTheChoiceUnderItsNewName();
     void listsEveryNodeWhileSomeMisbehave();
     void patchesAtOnceAmidReports();
@@ -222,6 +223,32 @@ void TestIntake::discoveryReplacesAManualDevice()
     QVERIFY(node.requests().isEmpty());
     w.report(node, QStringLiteral("Cam"));
     QCOMPARE(w.tx->count(), 1);
+}
+
+void TestIntake::discoveryOvertakesAProbe()
+{
+    SimulatedNode node(NodeDescription::wide(QStringLiteral("Wide"), 1, 1));
+    node.setFault(sendersPath, Fault::hang().times(1));
+    const QStringList senders{entry(QStringLiteral("Cam"), node, QStringLiteral("Output 1"))};
+    const QStringList receivers{entry(QStringLiteral("Cam"), node, QStringLiteral("Input 1"))};
+    IntakeWindow w;
+    QTimer poll;
+    connect(&poll, &QTimer::timeout, &w.window, [&] {
+        if (!node.requests().isEmpty()) {
+            poll.stop();
+            w.report(node, QStringLiteral("Cam"));
+        }
+    });
+    poll.start(1);
+    bool overtaken = false;
+    release(&w.window, node, [&] {
+        overtaken = entries(w.rx) == receivers;
+        return overtaken;
+    });
+    w.addDevice(QStringLiteral("127.0.0.1"), node.port());
+    QVERIFY(overtaken);
+    QCOMPARE(entries(w.tx), senders);
+    QCOMPARE(entries(w.rx), receivers);
 }
 
 void TestIntake::keepsTheChoiceUnderItsNewName()
