@@ -130,9 +130,23 @@ struct SimulatedNode::Private {
     HttpAnswer ownAnswer(const HttpRequest &request);
     std::shared_ptr<SetFault> takeFault(const HttpRequest &request);
     void removeFaults(const std::function<bool(const SetFault &)> &which);
+    QJsonObject parameters(const ConnectionEndpoint *(NodeModel::*find)(const QString &) const,
+                           const QString &id,
+                           const QJsonObject &(ConnectionEndpoint::*part)() const);
     void wake();
     bool listen();
 };
+
+// Of one sender or receiver, as they stand once every activation that is due has come.
+QJsonObject SimulatedNode::Private::parameters(
+    const ConnectionEndpoint *(NodeModel::*find)(const QString &) const, const QString &id,
+    const QJsonObject &(ConnectionEndpoint::*part)() const)
+{
+    const std::scoped_lock lock(mutex);
+    model->advance();
+    const ConnectionEndpoint *const endpoint = (model.get()->*find)(id);
+    return endpoint ? (endpoint->*part)() : QJsonObject();
+}
 
 HttpAnswer SimulatedNode::Private::answer(HttpServer &serving, const HttpRequest &request)
 {
@@ -364,34 +378,22 @@ QString SimulatedNode::manifestPath(const QString &senderId)
 
 QJsonObject SimulatedNode::receiverStaged(const QString &id) const
 {
-    const std::scoped_lock lock(d->mutex);
-    d->model->advance();
-    const ConnectionEndpoint *const endpoint = d->model->receiver(id);
-    return endpoint ? endpoint->staged() : QJsonObject();
+    return d->parameters(&NodeModel::receiver, id, &ConnectionEndpoint::staged);
 }
 
 QJsonObject SimulatedNode::receiverActive(const QString &id) const
 {
-    const std::scoped_lock lock(d->mutex);
-    d->model->advance();
-    const ConnectionEndpoint *const endpoint = d->model->receiver(id);
-    return endpoint ? endpoint->active() : QJsonObject();
+    return d->parameters(&NodeModel::receiver, id, &ConnectionEndpoint::active);
 }
 
 QJsonObject SimulatedNode::senderStaged(const QString &id) const
 {
-    const std::scoped_lock lock(d->mutex);
-    d->model->advance();
-    const ConnectionEndpoint *const endpoint = d->model->sender(id);
-    return endpoint ? endpoint->staged() : QJsonObject();
+    return d->parameters(&NodeModel::sender, id, &ConnectionEndpoint::staged);
 }
 
 QJsonObject SimulatedNode::senderActive(const QString &id) const
 {
-    const std::scoped_lock lock(d->mutex);
-    d->model->advance();
-    const ConnectionEndpoint *const endpoint = d->model->sender(id);
-    return endpoint ? endpoint->active() : QJsonObject();
+    return d->parameters(&NodeModel::sender, id, &ConnectionEndpoint::active);
 }
 
 QByteArray SimulatedNode::manifest(const QString &senderId) const
