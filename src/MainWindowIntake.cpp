@@ -119,7 +119,7 @@ void MainWindow::takeInManual(const ManualDevice &device)
     }
     qDebug() << "Probing manual device:" << host;
     const auto addUnlessDiscovered = [this, &host](QComboBox *selector, const auto &connections) {
-        // Discovery may have found the node meanwhile, and has taken away what was added so far.
+        // Discovery may have found the node meanwhile, and takes away what was added so far.
         if (!discoveredHosts.contains(host)) {
             addEntries(selector, connections);
             manualHosts.insert(host);
