@@ -72,10 +72,16 @@ void MainWindow::doAddDevice()
     QDialog dialog(this);
     dialog.setWindowTitle(title);
     auto *address = new QLineEdit(&dialog);
-    setMutedPlaceholder(address, QStringLiteral("e.g. 10.0.0.5 or mydevice.local"));
+    const QString example = QStringLiteral("e.g. 10.0.0.5 or mydevice.local");
+    setMutedPlaceholder(address, example);
+    // All of the example is seen, and the frame has room.
+    address->setMinimumWidth(
+        address->fontMetrics().horizontalAdvance(example + QLatin1String("MMM")));
     auto *port = new QSpinBox(&dialog);
     port->setRange(1, 65535);
     port->setValue(80);
+    // Ports are typed. The style sheet leaves the arrows dark on dark.
+    port->setButtonSymbols(QAbstractSpinBox::NoButtons);
     auto *form = new QFormLayout;
     form->addRow(QStringLiteral("Address:"), address);
     form->addRow(QStringLiteral("Port:"), port);
