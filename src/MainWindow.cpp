@@ -1,9 +1,9 @@
 #include "MainWindow.h"
 
 #include "Identity.h"
-#include "IntakeQueue.h"
 #include "discovery/BrowserWindow.h"
 #include "discovery/NMOSMdnsBrowser.h"
+#include "nmos/IntakeQueue.h"
 #include "nmos/NmosClient.h"
 #include "widgets/LightIndicator.h"
 #include "widgets/ProductAdRotator.h"

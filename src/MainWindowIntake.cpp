@@ -2,8 +2,8 @@
 
 #include "MainWindow.h"
 
-#include "IntakeQueue.h"
 #include "discovery/NMOSMdnsBrowser.h"
+#include "nmos/IntakeQueue.h"
 #include "nmos/NmosClient.h"
 #include "widgets/SelectorEntries.h"
 

@@ -2,7 +2,7 @@
 
 #include "MainWindow.h"
 
-#include "IntakeQueue.h"
+#include "nmos/IntakeQueue.h"
 #include "nmos/NmosClient.h"
 
 namespace {

@@ -1,6 +1,7 @@
 // The synchronous requests against real nodes: what is sent, and what ends a wait.
 
 #include "SimulatedNode.h"
+#include "nmos/RequestUrl.h"
 #include "nmos/SyncHttp.h"
 #include "support/TestMain.h"
 

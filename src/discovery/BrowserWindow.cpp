@@ -1,6 +1,6 @@
-#include "BrowserWindow.h"
+#include "discovery/BrowserWindow.h"
 
-#include "ServiceModel.h"
+#include "discovery/ServiceModel.h"
 
 #include <qmdnsengine/resolver.h>
 

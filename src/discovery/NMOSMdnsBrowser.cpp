@@ -1,7 +1,7 @@
-#include "NMOSMdnsBrowser.h"
+#include "discovery/NMOSMdnsBrowser.h"
 
-#include "JsonText.h"
-#include "ResponseBody.h"
+#include "net/JsonText.h"
+#include "net/ResponseBody.h"
 
 #include <qmdnsengine/resolver.h>
 

@@ -1,4 +1,4 @@
-#include "ServiceModel.h"
+#include "discovery/ServiceModel.h"
 
 #include <algorithm>
 

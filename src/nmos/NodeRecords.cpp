@@ -1,6 +1,6 @@
 #include "nmos/NodeRecords.h"
 
-#include "JsonText.h"
+#include "net/JsonText.h"
 #include "nmos/NmosNames.h"
 
 #include <QHash>

@@ -1,4 +1,4 @@
-#include "SdpDialog.h"
+#include "widgets/SdpDialog.h"
 
 #include <QClipboard>
 #include <QFontDatabase>

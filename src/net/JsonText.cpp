@@ -1,4 +1,4 @@
-#include "JsonText.h"
+#include "net/JsonText.h"
 
 #include <QJsonArray>
 #include <QJsonParseError>

@@ -1,4 +1,4 @@
-#include "ResponseBody.h"
+#include "net/ResponseBody.h"
 
 #include <QNetworkReply>
 #include <QUrl>

@@ -1,4 +1,4 @@
-#include "IntakeQueue.h"
+#include "nmos/IntakeQueue.h"
 
 #include "nmos/SyncHttp.h"
 
