@@ -9,6 +9,14 @@
 
 namespace Application {
 
+void scaleWithScreens()
+{
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(
+        Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
+}
+
 void goWithoutOpenGl()
 {
     const char integration[] = "QT_XCB_GL_INTEGRATION";
@@ -16,8 +24,8 @@ void goWithoutOpenGl()
         || qEnvironmentVariableIsSet(integration)) {
         return;
     }
-    // The toolkit reads the variable when it is first asked for OpenGL, and never again. It must
-    // not pass on to the programs that this one starts, such as a web browser.
+    // Qt reads the variable when it is first asked for OpenGL, and never again. The programs that
+    // this one starts, such as a web browser, must not inherit it.
     qputenv(integration, "none");
     QOpenGLContext::supportsThreadedOpenGL();
     qunsetenv(integration);

@@ -1,11 +1,14 @@
 #include "MainWindow.h"
 
 #include "Identity.h"
+#include "NodeEndpoint.h"
 #include "discovery/BrowserWindow.h"
 #include "discovery/NMOSMdnsBrowser.h"
 #include "nmos/IntakeQueue.h"
-#include "nmos/NmosClient.h"
+#include "nmos/SyncHttp.h"
+#include "widgets/BusyCursor.h"
 #include "widgets/LightIndicator.h"
+#include "widgets/MessageBox.h"
 #include "widgets/ProductAdRotator.h"
 #include "widgets/SelectorEntries.h"
 
@@ -14,6 +17,7 @@
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QSettings>
 #include <QVBoxLayout>
@@ -70,8 +74,7 @@ MainWindow::~MainWindow()
 
 QWidget *MainWindow::buildCentralWidget()
 {
-    // Keyboard focus moves in the order in which the widgets are made here, not in that of the
-    // layout.
+    // The keyboard focus follows the order in which the widgets are made, not the layout.
     auto *central = new QWidget(this);
     QWidget *txRow = buildNodeRow(QStringLiteral("Transmitter IP"), txCombo, txLight, txSdpButton);
     QWidget *rxRow = buildNodeRow(QStringLiteral("Receiver IP"), rxCombo, rxLight, rxSdpButton);
@@ -124,6 +127,7 @@ QWidget *MainWindow::buildNodeRow(const QString &title, QComboBox *&combo, Light
     // The two rows look alike; a screen reader tells them apart by these.
     label->setBuddy(combo);
     combo->setAccessibleName(title);
+    combo->lineEdit()->setAccessibleName(title);
     light->setAccessibleName(title + QStringLiteral(" status"));
     sdpButton->setAccessibleName(title + QStringLiteral(": show SDP"));
 
@@ -175,38 +179,34 @@ void MainWindow::check(QComboBox *combo, LightIndicator *light, NodeProbe probe,
             settings->setValue(settingsKey, text);
         }
     }
-    light->setOn(ok);
+    // The answer may come late, to a text that has been cleared since.
+    light->setOn(ok && !combo->currentText().trimmed().isEmpty());
 }
 
 QString MainWindow::selectedId(const QComboBox *combo)
 {
-    const QVariant record = SelectorEntries::currentRecord(combo);
-    if (record.userType() == qMetaTypeId<NmosClient::ReceiverConnection>()) {
-        return record.value<NmosClient::ReceiverConnection>().id;
-    }
-    if (record.userType() == qMetaTypeId<NmosClient::SenderConnection>()) {
-        return record.value<NmosClient::SenderConnection>().id;
-    }
-    return {};
+    return NodeEndpoint::of(SelectorEntries::currentRecord(combo)).id;
 }
 
 QString MainWindow::selectedHost(const QComboBox *combo)
 {
-    const QVariant record = SelectorEntries::currentRecord(combo);
-    if (record.userType() == qMetaTypeId<NmosClient::ReceiverConnection>()) {
-        return record.value<NmosClient::ReceiverConnection>().host;
-    }
-    if (record.userType() == qMetaTypeId<NmosClient::SenderConnection>()) {
-        return record.value<NmosClient::SenderConnection>().host;
-    }
-    return combo->currentText().trimmed();
+    const QString host = NodeEndpoint::of(SelectorEntries::currentRecord(combo)).host;
+    return host.isEmpty() ? combo->currentText().trimmed() : host;
 }
 
-void MainWindow::showMessage(QMessageBox::Icon icon, const QString &title, const QString &text)
+bool MainWindow::runCommand(const std::function<std::optional<Message>()> &command)
 {
-    QMessageBox box(icon, title, text, QMessageBox::Ok, this);
-    box.setTextFormat(Qt::PlainText);
-    box.exec();
+    std::optional<Message> message;
+    {
+        const IntakeQueue::OperatorCommand operatorCommand(intakes);
+        const BusyCursor busy;
+        message = command();
+    }
+    // Whatever failed because the program is closing needs no explanation.
+    if (message && !requestActivity().closing) {
+        showMessage(this, *message);
+    }
+    return !message;
 }
 
 void MainWindow::openBrowser()

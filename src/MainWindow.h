@@ -1,17 +1,21 @@
 #pragma once
 
 #include "ManualDevice.h"
+#include "nmos/NmosClient.h"
 
 #include <QList>
 #include <QMainWindow>
-#include <QMessageBox>
 #include <QSet>
 
+#include <functional>
+#include <optional>
+
+struct Message;
+struct NodeEndpoint;
 class BrowserWindow;
 class IntakeQueue;
 class LightIndicator;
 class NMOSMdnsBrowser;
-class NmosClient;
 class ProductAdRotator;
 class QComboBox;
 class QFrame;
@@ -22,9 +26,10 @@ class QSettings;
 // with an address selector, a status light and a button that shows its SDP, and the commands below.
 //
 // A light is on exactly when the last check of its row found a sender (transmitter) or a receiver
-// (receiver) at the node that the row names. A check runs on every change of a selector's text and
-// on every choice of an entry. All requests are synchronous and wait in nested event loops (see
-// nmos/SyncHttp.h), so any slot here may run inside the wait of another.
+// (receiver) at the node that the row names; it is off while the field is empty. A check runs on
+// every change of a selector's text and on every choice of an entry. All requests are synchronous
+// and wait in nested event loops (see nmos/SyncHttp.h), so any slot here may run inside the wait of
+// another.
 //
 // The selectors list the labelled video senders and receivers of every node that discovery reports
 // or that was added by hand, sorted by text; a node known both ways, under one host, has the
@@ -32,9 +37,11 @@ class QSettings;
 // or chose, except that a chosen entry which goes leaves its selector empty, unless the same intake
 // brings the same sender or receiver back under another name: then that entry is chosen.
 //
+// While Connect, Disconnect or Show SDP waits for nodes, the mouse cursor is busy.
+//
 // Settings (organisation and application of Identity.h): "lastTxIp" and "lastRxIp", the text of a
-// selector, trimmed, when its check last succeeded; "manualDevices", an array of "address" and
-// "port".
+// selector, trimmed, when its check last succeeded; "manualDevices" (see ManualDevice.h);
+// "LastUpdateTime", the day of the last update check.
 class MainWindow final : public QMainWindow {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(MainWindow)
@@ -42,6 +49,9 @@ class MainWindow final : public QMainWindow {
 public:
     explicit MainWindow(QWidget *parent = nullptr);
     ~MainWindow() override;
+
+protected:
+    void showEvent(QShowEvent *event) override;
 
 private slots:
     void checkTx();
@@ -56,7 +66,7 @@ private slots:
                            const QJsonDocument &selfDoc);
 
 private:
-    // What the operator had chosen from among removed entries; empty ids when he had not.
+    // What the operator had chosen from among removed entries; empty ids when they had not.
     struct RemovedChoice {
         QString senderId;
         QString receiverId;
@@ -74,27 +84,31 @@ private:
     static QString selectedId(const QComboBox *combo);
     // The host of that record; else the selector's text, trimmed.
     static QString selectedHost(const QComboBox *combo);
-    // A modal box with one OK button. The text may come from a node: it is shown as plain text.
-    void showMessage(QMessageBox::Icon icon, const QString &title, const QString &text);
+
+    // Runs a command of the operator with a busy cursor, then shows the message that it returns.
+    // True when it returns none.
+    bool runCommand(const std::function<std::optional<Message>()> &command);
 
     // Node intake
     void startDiscovery();
     void takeInDiscovered(const QString &serviceName, const QString &host);
-    // Asks a manual device for its senders and receivers and lists them, as soon as it may; does
-    // nothing when discovery has reported the host.
+    // Asks a manual device for its senders and receivers and lists them. Does nothing when
+    // discovery has reported the host, or when the device is not in the list any more.
     void probeManualDevice(const ManualDevice &device);
     void probeManualDevices();
     void queueProbe(const ManualDevice &device);
-    void takeInManual(const ManualDevice &device);
     // Removes the entries of a host from both selectors.
     RemovedChoice removeEntries(const QString &host);
 
     // Manual devices
     void startManualDevices();
     void loadManualDevices();
-    void saveManualDevices();
+    // False when the list could not be written to disk.
+    bool saveManualDevices();
 
     // SDP and browser window
+    std::optional<Message> readTxSdp(NmosClient::SenderLookup *sender, QString *text);
+    std::optional<Message> readRxSdp(NmosClient::ReceiverLookup *receiver, QString *text);
     void showSdp(const QString &caption, const QString &text);
     // Shows the mDNS browser window, which is made at the first call and then lives to the end of
     // the process.

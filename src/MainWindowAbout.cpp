@@ -3,45 +3,54 @@
 #include "MainWindow.h"
 
 #include "Identity.h"
+#include "widgets/AboutPanel.h"
+#include "widgets/MessageBox.h"
 
 #include <VxUtil.h>
 
 #include <QDateTime>
 #include <QDesktopServices>
 #include <QFrame>
-#include <QLabel>
 #include <QPushButton>
 #include <QSettings>
 #include <QTimer>
 #include <QUrl>
-#include <QVBoxLayout>
+
+using namespace std::chrono_literals;
 
 namespace {
 
-constexpr int aboutTime = 2500; // milliseconds
-constexpr qulonglong updateInterval = 7; // days
+constexpr std::chrono::milliseconds aboutTime = 2500ms;
+constexpr qulonglong updateIntervalDays = 7;
 constexpr qulonglong secondsPerDay = 86400;
 
-} // namespace
+// A newer version that the update library knows of.
+struct Update {
+    QString version;
+    QUrl download;
+};
 
-void MainWindow::checkForUpdate()
+// Whether a week has passed since the library was last asked. Notes today in that case, and at the
+// very first start, which asks nobody.
+bool isUpdateCheckDue(QSettings &store)
 {
     const QString dayKey = QStringLiteral("LastUpdateTime");
-    QSettings store(Identity::organisation(), Identity::application());
-    const QByteArray applicationKey = Identity::application().toLower().toUtf8();
-    const qulonglong today =
-        static_cast<qulonglong>(QDateTime::currentSecsSinceEpoch()) / secondsPerDay;
-    if (!store.contains(dayKey)) {
-        store.setValue(dayKey, today);
-        return;
+    const auto today = static_cast<qulonglong>(QDateTime::currentSecsSinceEpoch()) / secondsPerDay;
+    const bool asked = store.contains(dayKey);
+    const qulonglong lastDay = store.value(dayKey).toULongLong();
+    if (asked && (today < lastDay || today - lastDay < updateIntervalDays)) {
+        return false;
     }
-    if (today < store.value(dayKey).toULongLong() + updateInterval) {
-        return;
-    }
-    // On disk before the query: a library that takes the program down does so once a week only.
     store.setValue(dayKey, today);
+    // On disk before the library is asked: one that takes the program down does so once a week
+    // only.
     store.sync();
+    return asked;
+}
 
+std::optional<Update> findUpdate()
+{
+    const QByteArray applicationKey = Identity::application().toLower().toUtf8();
     const char *version = nullptr;
     const char *address = nullptr;
     const char *notes = nullptr;
@@ -49,56 +58,49 @@ void MainWindow::checkForUpdate()
                                              Identity::versionMinor, Identity::versionBuild,
                                              &version, &address, &notes);
     if (result != VXUTIL_NEWER) {
+        return {};
+    }
+    // Copies: the library only lends its texts.
+    return Update{QString::fromUtf8(version), QUrl(QString::fromUtf8(address), QUrl::TolerantMode)};
+}
+
+} // namespace
+
+void MainWindow::checkForUpdate()
+{
+    QSettings store(Identity::organisation(), Identity::application());
+    if (!isUpdateCheckDue(store)) {
+        return;
+    }
+    const std::optional<Update> update = findUpdate();
+    if (!update) {
         return;
     }
     QMessageBox box(QMessageBox::Information, Identity::application(),
                     tr("A new version is available.\nVersion: %1 \nWould you like to download now?")
-                        .arg(QString::fromUtf8(version)),
+                        .arg(update->version),
                     QMessageBox::NoButton, this);
-    box.setTextFormat(Qt::PlainText);
-    // The library's texts are only lent, and the box runs an event loop.
-    const QUrl download(QString::fromUtf8(address), QUrl::TolerantMode);
-    box.addButton(QStringLiteral("Download"), QMessageBox::AcceptRole);
+    makeTextPlain(&box);
+    const QPushButton *download =
+        box.addButton(QStringLiteral("Download"), QMessageBox::AcceptRole);
     box.addButton(QStringLiteral("Later"), QMessageBox::RejectRole);
-    if (box.exec() == 0) {
-        QDesktopServices::openUrl(download);
+    box.exec();
+    if (box.clickedButton() == download) {
+        QDesktopServices::openUrl(update->download);
     }
 }
 
 void MainWindow::createAboutPanel()
 {
-    aboutPanel = new QFrame(this, Qt::SplashScreen | Qt::FramelessWindowHint);
-    aboutPanel->setObjectName(QStringLiteral("aboutPanel"));
-    aboutPanel->setFixedSize(300, 300);
-
-    auto *name = new QLabel(Identity::application(), aboutPanel);
-    auto *version = new QLabel(QStringLiteral("v%1.%2.%3")
-                                   .arg(Identity::versionMajor)
-                                   .arg(Identity::versionMinor)
-                                   .arg(Identity::versionBuild),
-                               aboutPanel);
-    auto *web = new QLabel(Identity::webDomain(), aboutPanel);
-    auto *icon = new QLabel(aboutPanel);
-    icon->setPixmap(QPixmap(QStringLiteral(":/img/NodePatch_Icon_128x128.png")));
-
-    auto *layout = new QVBoxLayout(aboutPanel);
-    layout->setContentsMargins(16, 16, 16, 16);
-    layout->setSpacing(12);
-    layout->setAlignment(Qt::AlignBottom | Qt::AlignHCenter);
-    layout->addWidget(icon);
-    layout->addStretch();
-    layout->addWidget(name);
-    layout->addWidget(version);
-    layout->addWidget(web);
-
-    aboutPanel->show();
-    QTimer::singleShot(aboutTime, this, &MainWindow::hideAbout);
+    aboutPanel = newAboutPanel(this);
+    showAbout();
 }
 
 void MainWindow::showAbout()
 {
     if (aboutPanel) {
         aboutPanel->show();
+        aboutPanel->raise();
         QTimer::singleShot(aboutTime, this, &MainWindow::hideAbout);
     }
 }
@@ -108,4 +110,16 @@ void MainWindow::hideAbout()
     if (aboutPanel) {
         aboutPanel->hide();
     }
+}
+
+void MainWindow::showEvent(QShowEvent *event)
+{
+    QMainWindow::showEvent(event);
+    // The panel has been on the screen since before the window was. Window managers put the window,
+    // which comes later, above it. Its turn is when the window is mapped.
+    QTimer::singleShot(0ms, this, [this] {
+        if (aboutPanel && aboutPanel->isVisible()) {
+            aboutPanel->raise();
+        }
+    });
 }

@@ -2,9 +2,9 @@
 
 #include "MainWindow.h"
 
+#include "NodeEndpoint.h"
 #include "discovery/NMOSMdnsBrowser.h"
 #include "nmos/IntakeQueue.h"
-#include "nmos/NmosClient.h"
 #include "widgets/SelectorEntries.h"
 
 #include <QComboBox>
@@ -13,12 +13,10 @@
 
 namespace {
 
-template <typename Connection>
 std::function<bool(const QVariant &)> isOfHost(const QString &host)
 {
     return [host](const QVariant &record) {
-        return record.userType() == qMetaTypeId<Connection>()
-            && record.value<Connection>().host == host;
+        return NodeEndpoint::of(record).host == host;
     };
 }
 
@@ -33,16 +31,15 @@ void addEntries(QComboBox *selector, const QList<Connection> &connections)
 }
 
 // Chooses the entry that names what the operator had chosen when its earlier entry was removed,
-// unless he has put something else into the field since.
-template <typename Connection>
+// unless they have put something else into the field since.
 void chooseAgain(QComboBox *selector, const QString &host, const QString &id)
 {
     if (id.isEmpty() || !selector->currentText().isEmpty()) {
         return;
     }
     for (int i = 0; i < selector->count(); ++i) {
-        const QVariant record = selector->itemData(i);
-        if (isOfHost<Connection>(host)(record) && record.value<Connection>().id == id) {
+        const NodeEndpoint endpoint = NodeEndpoint::of(selector->itemData(i));
+        if (endpoint.host == host && endpoint.id == id) {
             selector->setCurrentIndex(i);
             return;
         }
@@ -65,7 +62,7 @@ void MainWindow::onMdnsDeviceFound(const QString &serviceName, const QUrl &url,
     const QString host =
         url.host(QUrl::FullyDecoded) + QLatin1Char(':') + QString::number(url.port());
     discoveredHosts.insert(host);
-    intakes->add(host, IntakeQueue::Source::Discovery,
+    intakes->add(host, serviceName, IntakeQueue::Source::Discovery,
                  [this, serviceName, host] { takeInDiscovered(serviceName, host); });
     intakes->run();
 }
@@ -80,18 +77,12 @@ void MainWindow::takeInDiscovered(const QString &serviceName, const QString &hos
     const QString checkedHost = host.section(QLatin1Char(' '), 0, 0);
     if (nmos->hasSenders(checkedHost)) {
         addEntries(txCombo, nmos->listSenders(host, serviceName));
-        chooseAgain<NmosClient::SenderConnection>(txCombo, host, removed.senderId);
+        chooseAgain(txCombo, host, removed.senderId);
     }
     if (nmos->hasReceivers(checkedHost)) {
         addEntries(rxCombo, nmos->listReceivers(host, serviceName));
-        chooseAgain<NmosClient::ReceiverConnection>(rxCombo, host, removed.receiverId);
+        chooseAgain(rxCombo, host, removed.receiverId);
     }
-}
-
-void MainWindow::probeManualDevice(const ManualDevice &device)
-{
-    queueProbe(device);
-    intakes->run();
 }
 
 void MainWindow::probeManualDevices()
@@ -106,15 +97,17 @@ void MainWindow::probeManualDevices()
 void MainWindow::queueProbe(const ManualDevice &device)
 {
     if (!discoveredHosts.contains(device.host())) {
-        intakes->add(device.host(), IntakeQueue::Source::Manual,
-                     [this, device] { takeInManual(device); });
+        intakes->add(device.host(), device.address, IntakeQueue::Source::Stored,
+                     [this, device] { probeManualDevice(device); });
     }
 }
 
-void MainWindow::takeInManual(const ManualDevice &device)
+void MainWindow::probeManualDevice(const ManualDevice &device)
 {
     const QString host = device.host();
-    if (discoveredHosts.contains(host)) {
+    // While the device waited in the queue, discovery may have found it, or the operator may have
+    // removed it.
+    if (discoveredHosts.contains(host) || !manualDevices.contains(device)) {
         return;
     }
     qDebug() << "Probing manual device:" << host;
@@ -135,9 +128,7 @@ void MainWindow::takeInManual(const ManualDevice &device)
 
 MainWindow::RemovedChoice MainWindow::removeEntries(const QString &host)
 {
-    using Sender = NmosClient::SenderConnection;
-    using Receiver = NmosClient::ReceiverConnection;
-    const QVariant sender = SelectorEntries::remove(txCombo, isOfHost<Sender>(host));
-    const QVariant receiver = SelectorEntries::remove(rxCombo, isOfHost<Receiver>(host));
-    return {sender.value<Sender>().id, receiver.value<Receiver>().id};
+    const QVariant sender = SelectorEntries::remove(txCombo, isOfHost(host));
+    const QVariant receiver = SelectorEntries::remove(rxCombo, isOfHost(host));
+    return {NodeEndpoint::of(sender).id, NodeEndpoint::of(receiver).id};
 }

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <QList>
 #include <QString>
+
+class QSettings;
 
 // A node that the operator added by hand. Two are the same when both members are equal, letter case
 // included.
@@ -19,3 +22,17 @@ struct ManualDevice {
         return address == other.address && port == other.port;
     }
 };
+
+// How the devices are kept between runs: the settings array "manualDevices", each entry with an
+// "address" and a "port".
+namespace ManualDevices {
+
+// The stored devices in stored order. An entry without an address is passed over; one without a
+// port has port 80. Reads the entries that exist, whatever number the array claims to have.
+QList<ManualDevice> read(QSettings &settings);
+
+// Replaces the stored devices and writes them to disk. Returns false when they did not get there
+// (disk full, no permission); the settings then hold them only as long as the program runs.
+bool write(QSettings &settings, const QList<ManualDevice> &devices);
+
+} // namespace ManualDevices

@@ -5,6 +5,7 @@
 
 int main(int argc, char *argv[])
 {
+    Application::scaleWithScreens();
     QApplication app(argc, argv);
     Application::goWithoutOpenGl();
     Application::setIdentity();

@@ -3,6 +3,7 @@
 #include "Announcer.h"
 #include "Application.h"
 #include "Plant.h"
+#include "discovery/NMOSMdnsBrowser.h"
 #include "nmos/NmosClient.h"
 #include "support/Boxes.h"
 #include "support/TestMain.h"
@@ -23,8 +24,7 @@ struct IntakeWindow : Window {
     void report(const SimulatedNode &node, const QString &name)
     {
         const QUrl url(node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"));
-        QMetaObject::invokeMethod(&window, "onMdnsDeviceFound", Q_ARG(QString, name),
-                                  Q_ARG(QUrl, url), Q_ARG(QJsonDocument, QJsonDocument()));
+        emit window.findChild<NMOSMdnsBrowser *>()->nodeSelfReady(name, url, {});
     }
 
     void addDevice(const QString &address, int port)

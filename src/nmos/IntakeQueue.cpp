@@ -6,14 +6,24 @@
 
 #include <algorithm>
 
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
 namespace {
 
 // Nodes answer within a few milliseconds, patches are applied within a few seconds.
-constexpr int stalledAfter = 300;
-constexpr int stalledCommandAfter = 10000;
+constexpr milliseconds stalledAfter = 300ms;
+constexpr milliseconds commandStalledAfter = 10s;
 
-// How soon to look again while more than one request waits.
-constexpr int busyInterval = 20;
+// How soon to look again while a request waits.
+constexpr milliseconds busyInterval = 20ms;
+
+// An intake starts only while fewer requests than this wait.
+int levelsFor(IntakeQueue::Source source)
+{
+    return source == IntakeQueue::Source::Discovery ? maximumRequestDepth - 1
+                                                    : maximumRequestDepth - 2;
+}
 
 } // namespace
 
@@ -22,80 +32,90 @@ IntakeQueue::IntakeQueue(QObject *parent)
 {
 }
 
-void IntakeQueue::add(const QString &host, Source source, Intake intake)
+void IntakeQueue::add(const QString &host, const QString &name, Source source, Intake intake)
 {
-    const auto kept = std::find_if(entries.begin(), entries.end(),
-                                   [&host](const Entry &entry) { return entry.host == host; });
-    if (kept != entries.end() && kept->source == source) {
-        kept->intake = std::move(intake);
+    const auto same = std::find_if(entries.begin(), entries.end(), [&](const Entry &entry) {
+        return entry.source == source && entry.host == host && entry.name == name;
+    });
+    if (same != entries.end()) {
+        same->intake = std::move(intake);
         return;
-    }
-    if (kept != entries.end()) {
-        entries.erase(kept);
     }
     auto place = entries.end();
     if (source == Source::Discovery) {
-        place = std::find_if(entries.begin(), entries.end(),
-                             [](const Entry &entry) { return entry.source == Source::Manual; });
+        const auto isStored = [](const Entry &entry) {
+            return entry.source == Source::Stored;
+        };
+        entries.erase(std::remove_if(entries.begin(), entries.end(),
+                                     [&](const Entry &entry) {
+                                         return isStored(entry) && entry.host == host;
+                                     }),
+                      entries.end());
+        place = std::find_if(entries.begin(), entries.end(), isStored);
     }
-    entries.insert(place, {host, source, std::move(intake)});
+    entries.insert(place, {host, name, source, std::move(intake)});
 }
 
 void IntakeQueue::run()
 {
-    if (entries.isEmpty() || delayUntilStart() != 0) {
-        arrange();
+    if (entries.isEmpty()) {
+        return;
+    }
+    const std::optional<milliseconds> delay = delayUntilStart(entries.constFirst().source);
+    if (!delay) {
+        return;
+    }
+    if (*delay > 0ms) {
+        runLater(*delay);
         return;
     }
     const Intake intake = entries.takeFirst().intake;
-    intake();
-    // The next one starts from the event loop. When the intake was nested, the request outside may
-    // have been answered by now: its wait ends first. When it was not, its replies are deleted
-    // first: the toolkit goes through all that still await it whenever it looks for events.
+    // Before the intake, which may never return.
+    runLater(busyInterval);
+    {
+        const QScopedValueRollback<bool> innermost(innermostIsCommand, false);
+        intake();
+    }
+    // The next one starts from the event loop. A request around this intake may have been answered
+    // meanwhile, and its wait ends first. Returning to the event loop also lets finished replies be
+    // deleted; Qt scans all pending deletions each time it looks for events, which adds up over
+    // thousands.
     QMetaObject::invokeMethod(this, &IntakeQueue::run, Qt::QueuedConnection);
 }
 
-// Milliseconds until an intake may start; 0: now; negative: never again.
-int IntakeQueue::delayUntilStart() const
+// How long the first intake has to wait before it may start, or before it is worth asking again; 0
+// when it may start now. Nothing when the program closes: no intake will start any more.
+std::optional<milliseconds> IntakeQueue::delayUntilStart(Source source) const
 {
     const RequestActivity activity = requestActivity();
     if (activity.closing) {
-        return -1;
+        return {};
     }
     if (activity.depth == 0) {
-        return 0;
+        return 0ms;
     }
-    if (activity.depth > 1) {
+    if (activity.depth >= levelsFor(source)) {
         return busyInterval;
     }
-    const qint64 patience = commands > 0 ? stalledCommandAfter : stalledAfter;
-    return static_cast<int>(qBound<qint64>(0, patience - activity.waitTime, busyInterval));
+    const milliseconds patience = innermostIsCommand ? commandStalledAfter : stalledAfter;
+    return std::clamp(patience - milliseconds(activity.waitTime), 0ms, busyInterval);
 }
 
-void IntakeQueue::arrange()
+void IntakeQueue::runLater(milliseconds delay)
 {
-    if (entries.isEmpty() || arranged) {
+    if (timerPending || entries.isEmpty()) {
         return;
     }
-    const int delay = delayUntilStart();
-    if (delay < 0) {
-        return;
-    }
-    arranged = true;
-    // A timer of its own each time: the slot of one that is running would not be entered again.
+    timerPending = true;
+    // A timer of its own each time: Qt does not enter the slot of a timer again while it runs, and
+    // this one runs as long as its intake.
     QTimer::singleShot(delay, this, [this] {
-        arranged = false;
+        timerPending = false;
         run();
     });
 }
 
-IntakeQueue::Command::Command(IntakeQueue *intakes)
-    : queue(intakes)
+IntakeQueue::OperatorCommand::OperatorCommand(IntakeQueue *queue)
+    : innermost(queue->innermostIsCommand, true)
 {
-    ++queue->commands;
-}
-
-IntakeQueue::Command::~Command()
-{
-    --queue->commands;
 }

@@ -2,19 +2,27 @@
 
 #include <QList>
 #include <QObject>
+#include <QScopedValueRollback>
 #include <QString>
 
+#include <chrono>
 #include <functional>
+#include <optional>
 
-// Decides when the intake of a node may start, so that no reported node is lost and the operator
-// goes first.
+// Decides when the intake of a node may start, so that no reported node is lost, no node waits
+// behind another one's silence, and the operator goes first.
 //
-// An intake waits for its node's answers in nested event loops, and reports of other nodes come in
-// meanwhile. Started at once, they would pile up inside one another until the request layer refuses
-// them, and one that hangs would keep those below it from returning. So an intake starts when no
-// request waits; or inside the wait of one single request that has stalled, because then nobody
-// knows whether it will ever end. Two of the four levels stay free for the operator. Whatever
-// cannot start is kept, one place a host, and started as soon as it can be.
+// An intake asks a node for what it has and waits for the answers in nested event loops; reports of
+// other nodes come in meanwhile. If each started at once, they would pile up inside one another
+// until the request layer refuses them, and one that hangs would keep those below it from
+// returning. So an intake starts
+//  - when no request waits; or
+//  - when the innermost request has stalled, because then nobody knows whether it will ever end,
+//    and fewer than three requests wait (a node that discovery reports) or fewer than two (a stored
+//    device). One level always stays free for the operator, and one more for nodes that are known
+//    to be there.
+// Whatever cannot start yet is kept and starts as soon as it may, without waiting for the one
+// before to return.
 class IntakeQueue final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(IntakeQueue)
@@ -22,46 +30,49 @@ class IntakeQueue final : public QObject {
 public:
     using Intake = std::function<void()>;
 
-    // A node that discovery reports has just answered, a manual device may be switched off: the
+    // Nodes that discovery reports have just answered; a stored device may be switched off. The
     // former go first.
     enum class Source {
         Discovery,
-        Manual,
+        Stored,
     };
 
     explicit IntakeQueue(QObject *parent = nullptr);
 
-    // Keeps an intake of the node at host; in place of one that is kept for this host already.
-    void add(const QString &host, Source source, Intake intake);
+    // Keeps an intake of the node at host that is listed under name; in place of one that is kept
+    // for this host and name already. A discovered node takes the place of a stored device with the
+    // same host.
+    void add(const QString &host, const QString &name, Source source, Intake intake);
 
-    // Starts one intake if it may start, and arranges for the rest. Call it after add(). The intake
-    // runs inside the call, so it may take long.
+    // Starts the first intake if it may start, and arranges for the rest. Call it after add(). The
+    // intake runs inside the call, so the call may take long.
     void run();
 
     // While one of these lives, a command of the operator runs. A node may take seconds to apply
-    // what it is told; nothing is started inside such a wait until it looks hopeless.
-    class Command final {
-        Q_DISABLE_COPY_MOVE(Command)
+    // what it is told, so a command's request counts as stalled only after ten seconds: an intake
+    // that started inside its wait could hold it up.
+    class OperatorCommand final {
+        Q_DISABLE_COPY_MOVE(OperatorCommand)
 
     public:
-        explicit Command(IntakeQueue *queue);
-        ~Command();
+        explicit OperatorCommand(IntakeQueue *queue);
 
     private:
-        IntakeQueue *queue;
+        QScopedValueRollback<bool> innermost;
     };
 
 private:
     struct Entry {
         QString host;
+        QString name;
         Source source;
         Intake intake;
     };
 
-    int delayUntilStart() const;
-    void arrange();
+    std::optional<std::chrono::milliseconds> delayUntilStart(Source source) const;
+    void runLater(std::chrono::milliseconds delay);
 
-    QList<Entry> entries;
-    int commands = 0;
-    bool arranged = false;
+    QList<Entry> entries; // discovered nodes first
+    bool innermostIsCommand = false; // of all commands and intakes that wait inside one another
+    bool timerPending = false;
 };

@@ -28,6 +28,14 @@ class NmosClient final : public QObject {
     Q_DISABLE_COPY_MOVE(NmosClient)
 
 public:
+    // What a sender or receiver carries. Operations that take a kind as an integer take any other
+    // value for video.
+    enum FormatKind {
+        Video = 0,
+        Audio = 1,
+        Data = 2,
+    };
+
     // One video sender of a node, as offered to the operator.
     struct SenderConnection {
         QString id;

@@ -1,0 +1,95 @@
+#include "widgets/DeviceDialogs.h"
+
+#include "widgets/Placeholder.h"
+
+#include <QAbstractButton>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+namespace DeviceDialogs {
+
+namespace {
+
+// OK accepts, Cancel rejects.
+QDialogButtonBox *okAndCancel(QDialog *dialog)
+{
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, dialog);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, &QDialog::accept);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    const auto all = buttons->buttons();
+    for (QAbstractButton *button : all) {
+        // Desktop themes still bring the red and green signs of the nineties for these.
+        button->setIcon({});
+    }
+    return buttons;
+}
+
+QLineEdit *newAddressField(QWidget *parent)
+{
+    auto *address = new QLineEdit(parent);
+    const QString example = QStringLiteral("e.g. 10.0.0.5 or mydevice.local");
+    setMutedPlaceholder(address, example);
+    // All of the example is seen, and the frame has room.
+    address->setMinimumWidth(
+        address->fontMetrics().horizontalAdvance(example + QLatin1String("MMM")));
+    address->setToolTip(
+        QStringLiteral("The address or host name only. The port has a field of its own."));
+    return address;
+}
+
+QSpinBox *newPortField(QWidget *parent)
+{
+    auto *port = new QSpinBox(parent);
+    port->setRange(1, 65535);
+    port->setValue(80);
+    // Ports are typed. The style sheet leaves the arrows dark on dark.
+    port->setButtonSymbols(QAbstractSpinBox::NoButtons);
+    return port;
+}
+
+} // namespace
+
+std::optional<Answer> askForDevice(QWidget *parent, const QString &title)
+{
+    QDialog dialog(parent);
+    dialog.setWindowTitle(title);
+    QLineEdit *address = newAddressField(&dialog);
+    QSpinBox *port = newPortField(&dialog);
+    auto *form = new QFormLayout;
+    form->addRow(QStringLiteral("Address:"), address);
+    form->addRow(QStringLiteral("Port:"), port);
+    auto *layout = new QVBoxLayout(&dialog);
+    layout->addLayout(form);
+    layout->addWidget(okAndCancel(&dialog));
+    if (dialog.exec() != QDialog::Accepted) {
+        return {};
+    }
+    return Answer{address->text().trimmed(), port->value()};
+}
+
+std::optional<int> askWhichToRemove(QWidget *parent, const QString &title, const QStringList &hosts)
+{
+    QDialog dialog(parent);
+    dialog.setWindowTitle(title);
+    auto *label = new QLabel(QStringLiteral("Select a device to remove:"), &dialog);
+    auto *list = new QListWidget(&dialog);
+    list->addItems(hosts);
+    list->setCurrentRow(0);
+    QObject::connect(list, &QListWidget::itemDoubleClicked, &dialog, &QDialog::accept);
+    auto *layout = new QVBoxLayout(&dialog);
+    layout->addWidget(label);
+    layout->addWidget(list);
+    layout->addWidget(okAndCancel(&dialog));
+    if (dialog.exec() != QDialog::Accepted || list->currentRow() < 0) {
+        return {};
+    }
+    return list->currentRow();
+}
+
+} // namespace DeviceDialogs
