@@ -199,14 +199,15 @@ private:
     bool half = false;
 };
 
-void announcementToEntry(benchmark::State &state)
+Comparison::Result announcementToEntry(benchmark::State &state)
 {
     if (!qEnvironmentVariableIsSet("DBUS_SYSTEM_BUS_ADDRESS")) {
-        state.SkipWithError("needs avahi-daemon and avahi-browse");
-        return;
+        Comparison::Result result;
+        result.error = QStringLiteral("needs avahi-daemon and avahi-browse");
+        return result;
     }
     Race race;
-    Comparison::compare(
+    return Comparison::compare(
         state, [&race] { return race.program(); }, [&race] { return race.beside(); });
 }
 
@@ -281,10 +282,10 @@ double resolvers(const QMdnsEngine::Service &service)
     return heapKibibytes() - before;
 }
 
-void memoryOfUpdates(benchmark::State &state)
+Comparison::Result memoryOfUpdates(benchmark::State &state)
 {
     KnownNode known;
-    Comparison::compare(
+    return Comparison::compare(
         state, [&known] { return known.update(); }, [&known] { return resolvers(known.service); });
 }
 

@@ -39,13 +39,14 @@ const QString disconnectCommand = QStringLiteral("Disconnect Rx");
 
 using Replay = std::function<void(const QList<Request> &)>;
 
-void measure(benchmark::State &state, const QString &command, int delay, const Replay &replay)
+Comparison::Result measure(benchmark::State &state, const QString &command, int delay,
+                           const Replay &replay)
 {
     PatchedPair pair(delay);
     pair.hands.press(connectCommand);
     pair.recorder.take();
     QList<Request> requests;
-    Comparison::compare(
+    return Comparison::compare(
         state,
         [&] {
             const double time = Comparison::timed([&] { pair.hands.press(command); });
@@ -87,13 +88,12 @@ void Rows::addPatchRows()
         Comparison::addRow(row.heading, [row](benchmark::State &state) {
             if (row.byCurl) {
                 CurlHandle curl;
-                measure(state, row.command, row.delay,
-                        [&curl](const QList<Request> &requests) { curl.replay(requests); });
-            } else {
-                BareManager bare;
-                measure(state, row.command, row.delay,
-                        [&bare](const QList<Request> &requests) { bare.replay(requests); });
+                return measure(state, row.command, row.delay,
+                               [&curl](const QList<Request> &requests) { curl.replay(requests); });
             }
+            BareManager bare;
+            return measure(state, row.command, row.delay,
+                           [&bare](const QList<Request> &requests) { bare.replay(requests); });
         });
     }
 }

@@ -40,7 +40,7 @@ void forgetSettings()
 
 enum class Beside { BareWindow, WindowWithIcon };
 
-void measure(benchmark::State &state, bool cold, double Start::*figure, Beside beside)
+Comparison::Result measure(benchmark::State &state, bool cold, double Start::*figure, Beside beside)
 {
     const QString sources = QStringLiteral(SOURCES);
     const QSize size = MainWindow().sizeHint();
@@ -50,7 +50,7 @@ void measure(benchmark::State &state, bool cold, double Start::*figure, Beside b
     if (beside == Beside::WindowWithIcon) {
         empty += QStringLiteral(" %1/img/NodePatch_Icon_*.png").arg(sources);
     }
-    Comparison::compare(
+    return Comparison::compare(
         state,
         [=] {
             if (cold) {
@@ -67,13 +67,17 @@ void Rows::addStartRows()
 {
     using Comparison::addRow;
     const char bare[] = "empty QMainWindow, same style sheet";
-    addRow({"Start to first paint, no settings yet", bare, "ms", 1.5, 21},
-           [](auto &state) { measure(state, true, &Start::milliseconds, Beside::BareWindow); });
-    addRow({"Start to first paint, settings of an earlier run", bare, "ms", 1.5, 21},
-           [](auto &state) { measure(state, false, &Start::milliseconds, Beside::BareWindow); });
-    addRow({"The same", "with the same window icon, too", "ms", 1.5, 21}, [](auto &state) {
-        measure(state, false, &Start::milliseconds, Beside::WindowWithIcon);
+    addRow({"Start to first paint, no settings yet", bare, "ms", 1.5, 21}, [](auto &state) {
+        return measure(state, true, &Start::milliseconds, Beside::BareWindow);
     });
-    addRow({"Resident memory then", bare, "MiB", 1.5, 5},
-           [](auto &state) { measure(state, false, &Start::mebibytes, Beside::BareWindow); });
+    addRow({"Start to first paint, settings of an earlier run", bare, "ms", 1.5, 21},
+           [](auto &state) {
+               return measure(state, false, &Start::milliseconds, Beside::BareWindow);
+           });
+    addRow({"The same", "with the same window icon, too", "ms", 1.5, 21}, [](auto &state) {
+        return measure(state, false, &Start::milliseconds, Beside::WindowWithIcon);
+    });
+    addRow({"Resident memory then", bare, "MiB", 1.5, 5}, [](auto &state) {
+        return measure(state, false, &Start::mebibytes, Beside::BareWindow);
+    });
 }
