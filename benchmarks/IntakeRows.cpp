@@ -7,6 +7,7 @@
 #include "Requests.h"
 #include "Rows.h"
 #include "WindowDriver.h"
+#include "discovery/NMOSMdnsBrowser.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -60,8 +61,7 @@ void report(const Nodes &nodes, MainWindow *window, int index)
         report(nodes, window, index + 1);
         const SimulatedNode &node = nodes.plant.at(index);
         const QUrl self(node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"));
-        QMetaObject::invokeMethod(window, "onMdnsDeviceFound", Q_ARG(QString, node.label()),
-                                  Q_ARG(QUrl, self), Q_ARG(QJsonDocument, {}));
+        emit window->findChild<NMOSMdnsBrowser *>()->nodeSelfReady(node.label(), self, {});
     });
 }
 

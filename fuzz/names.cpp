@@ -1,9 +1,8 @@
 // Names and attributes of DNS-SD records as they come out of Avahi. The input is the data of a
 // record; its first byte says of which type.
 
+#include "RecordLookup.h"
 #include "Require.h"
-
-#include <RecordLookup.h>
 
 #include <avahi-common/domain.h>
 #include <avahi-core/rr.h>

@@ -1,8 +1,7 @@
 // Datagrams from the network, as the guard before Avahi reads them.
 
+#include "PacketGuard.h"
 #include "Require.h"
-
-#include <PacketGuard.h>
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
