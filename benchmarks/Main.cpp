@@ -38,6 +38,7 @@ int main(int argc, char *argv[])
     Rows::addStartRows();
     Rows::addDiscoveryRows();
     Rows::addBannerRows();
+    Rows::addSelectorRows();
     QTimer::singleShot(0, &app, [] { QApplication::exit(Comparison::runAll() ? 0 : 1); });
     return QApplication::exec();
 }
