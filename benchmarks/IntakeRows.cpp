@@ -22,7 +22,7 @@ struct Shape {
     int endpoints; // senders, and as many receivers, of each node
 };
 
-// Nodes that answer with texts made beforehand, so that the answering costs little.
+// Nodes whose answers are made beforehand, so that answering costs little.
 class Nodes final {
 public:
     explicit Nodes(const Shape &wanted)
@@ -50,8 +50,8 @@ public:
     Plant plant;
 };
 
-// Reports the nodes to a window as discovery does, one in each turn of the event loop, also inside
-// the waits of the intakes that have begun.
+// Reports the nodes to a window as discovery does, one in each turn of the event loop, nested loops
+// included.
 void report(const Nodes &nodes, MainWindow *window, int index)
 {
     if (index == nodes.plant.size()) {
@@ -74,7 +74,8 @@ void takeIn(Nodes &nodes, MainWindow *window, const WindowDriver &hands)
         [&] { return hands.rx->count() == wanted && hands.tx->count() == wanted; });
 }
 
-// By a window of its own. Answers the requests that it made, when asked.
+// The milliseconds that a new window takes. Hands over its requests in requests, if given; types
+// typed into the transmitter's selector first.
 double takeIn(Nodes &nodes, QList<Request> *requests = nullptr, const QString &typed = {})
 {
     MainWindow window;
@@ -121,7 +122,7 @@ Comparison::Result besideEmptyField(benchmark::State &state, const Shape &shape,
         state, [&] { return takeIn(nodes, nullptr, typed); }, [&] { return takeIn(nodes); });
 }
 
-// How the toolkit's own part grows: it watches every connection that it keeps for later.
+// How much of the growth is Qt's: it polls every connection that it keeps for later.
 Comparison::Result bareBesideFewer(benchmark::State &state, const Shape &more, const Shape &fewer)
 {
     Nodes moreNodes(more);
@@ -187,7 +188,7 @@ void Rows::addIntakeRows()
            [=](auto &state) {
                return besideBareManager(state, wideNode, BareManager::Answers::Parse);
            });
-    // No address: it would be asked.
+    // The text is no address, because the program sends requests to an address.
     addRow(
         {"The same while the operator searches", "nothing typed", "ms", 1.2, 11},
         [=](auto &state) { return besideEmptyField(state, wideNode, QStringLiteral("no such")); });

@@ -1,4 +1,4 @@
-// Connect and disconnect of video, audio and data.
+// Connecting and disconnecting video, audio and data.
 
 #include "Comparison.h"
 #include "MainWindow.h"
@@ -10,7 +10,8 @@
 
 namespace {
 
-// A transmitter and a receiver that answer so late, and a window that names them.
+// A transmitter and a receiver that answer after delay milliseconds, and a window whose selectors
+// name them.
 struct PatchedPair {
     explicit PatchedPair(int delay)
         : transmitter(NodeDescription::transmitter(), QHostAddress(QStringLiteral("127.0.0.10")))
@@ -55,7 +56,7 @@ Comparison::Result measure(benchmark::State &state, const QString &command, int 
         },
         [&] {
             if (requests.isEmpty()) {
-                qFatal("nothing was asked");
+                qFatal("the command sent no request");
             }
             const double time = Comparison::timed([&] { replay(requests); });
             pair.recorder.take();

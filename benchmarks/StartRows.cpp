@@ -1,4 +1,4 @@
-// Whole processes, from their start to the end of the first painting of the main window.
+// The start of a process, until its main window has been painted for the first time.
 
 #include "Comparison.h"
 #include "MainWindow.h"
@@ -32,7 +32,7 @@ Start startOf(const QString &program)
     return {static_cast<double>(end - begin) / 1e6, kibibytes / 1024};
 }
 
-// The home directory is this run's own: see main().
+// main() sets a home directory that this run alone uses.
 void forgetSettings()
 {
     QDir(qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Velmora")).removeRecursively();
