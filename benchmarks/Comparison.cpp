@@ -74,7 +74,7 @@ public:
     {
         for (const Run &run : runs) {
             const Row &row = rows().at(run.run_name.function_name);
-            std::printf("| %s | %s |", row.heading.what, row.heading.beside);
+            std::printf("| %s | %s |", row.heading.what.c_str(), row.heading.beside.c_str());
             if (!row.result.error.isEmpty()) {
                 complete = false;
                 std::printf(" | | not measured: %s | | |\n", qPrintable(row.result.error));
@@ -97,16 +97,17 @@ private:
 
     static void printRatio(const Heading &heading, double ratio, const Result::Sides &sides)
     {
-        std::printf(" %.4g %s | %.4g %s | %.2f (%.2f to %.2f) | %.1f | %s |\n", sides.program,
-                    heading.unit, sides.beside, heading.unit, ratio, sides.lowRatio,
-                    sides.highRatio, heading.atMost, verdict(heading, ratio));
+        const char *unit = heading.unit.c_str();
+        std::printf(" %.4g %s | %.4g %s | %.2f (%.2f to %.2f) | %.1f | %s |\n", sides.program, unit,
+                    sides.beside, unit, ratio, sides.lowRatio, sides.highRatio, heading.atMost,
+                    verdict(heading, ratio));
     }
 
     static void printFigure(const Heading &heading, const Result &result)
     {
-        std::printf(" %.3g %s | | | %.3g %s | %s; %s |\n", result.figure, heading.unit,
-                    heading.atMost, heading.unit, verdict(heading, result.figure),
-                    qPrintable(result.remark));
+        const char *unit = heading.unit.c_str();
+        std::printf(" %.3g %s | | | %.3g %s | %s; %s |\n", result.figure, unit, heading.atMost,
+                    unit, verdict(heading, result.figure), qPrintable(result.remark));
     }
 };
 
@@ -114,7 +115,7 @@ private:
 
 void Comparison::addRow(const Heading &heading, const Measurement &measure)
 {
-    const std::string name = std::string(heading.what) + " / " + heading.beside;
+    const std::string name = heading.what + " / " + heading.beside;
     Row &row = rows()[name];
     row.heading = heading;
     benchmark::RegisterBenchmark(name.c_str(),

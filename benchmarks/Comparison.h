@@ -7,6 +7,7 @@
 #include <ctime>
 #include <functional>
 #include <optional>
+#include <string>
 
 // The clock that processes share when they tell each other when something happened.
 inline long long monotonicNanoseconds()
@@ -21,11 +22,11 @@ inline long long monotonicNanoseconds()
 // slows both.
 namespace Comparison {
 
-// What a row measures. The texts have no line breaks and outlive the run.
+// What a row measures. The texts have no line breaks.
 struct Heading {
-    const char *what;
-    const char *beside; // empty when the figure is no ratio
-    const char *unit; // of the two sides, or of a figure that is no ratio
+    std::string what;
+    std::string beside; // empty when the figure is no ratio
+    std::string unit; // of the two sides, or of a figure that is no ratio
     double atMost; // the bound that the figure shall keep
     int pairs; // how often both sides run
 };
