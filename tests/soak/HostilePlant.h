@@ -16,8 +16,8 @@ class QThread;
 class Record;
 
 // Fifty nodes that misbehave, driven by a thread of their own. Each tenth of a second one step
-// switches on a fault, an outage or a strange announcement; a later step takes it back, within
-// eight seconds. The seed decides what each step does.
+// switches on a fault or an outage, which a later step takes back within eight seconds, or changes
+// what is announced. The seed decides what each step does.
 //
 // Every request that a node receives is checked: it must name that node as its host, be a GET or a
 // PATCH of a staged endpoint, and ask for a path below /x-nmos/. Anything else is a finding.
