@@ -8,5 +8,6 @@ void addIntakeRows();
 void addStartRows();
 void addDiscoveryRows();
 void addBannerRows();
+void addSelectorRows();
 
 } // namespace Rows

@@ -1,4 +1,4 @@
-// The release feed: what it names is shown to the operator and opened in his browser.
+// The release feed. The program shows what it names, and opens it in the web browser.
 
 #include "Require.h"
 
@@ -15,7 +15,7 @@ bool isWeb(const QByteArray &address)
 
 } // namespace
 
-// The rest of the library asks for it.
+// The library needs it to link; nothing here calls it.
 QUrl releaseFeedAddress()
 {
     return {};

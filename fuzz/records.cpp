@@ -1,5 +1,5 @@
-// A node's collections into the records that the operator chooses from. The input's first four
-// lines are the bodies of devices, flows, senders and receivers.
+// Making the records that the operator chooses from out of a node's collections. The input's first
+// four lines are the bodies of devices, flows, senders and receivers.
 
 #include "Require.h"
 

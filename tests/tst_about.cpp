@@ -1,4 +1,4 @@
-// The About panel and the weekly look for a newer version, with the real library and a real feed.
+// The About panel, and the weekly check for a newer version with the real library and a real feed.
 
 #include "Application.h"
 #include "FeedAddress.h"
@@ -24,7 +24,7 @@ qulonglong today()
     return static_cast<qulonglong>(QDateTime::currentSecsSinceEpoch()) / 86400;
 }
 
-// Publishes a version and notes, at each query, what the settings held by then.
+// Publishes a version. Notes at each query the day that the settings hold at that moment.
 class Feed final : public QTcpServer {
 public:
     explicit Feed(const QByteArray &version)
@@ -101,11 +101,13 @@ void TestAbout::asksOnceAWeek_data()
     QTest::addColumn<bool>("asks");
     QTest::addColumn<QVariant>("storedThen");
     QTest::newRow("the first start asks nobody") << QVariant() << false << QVariant(today());
-    QTest::newRow("six days later") << QVariant(today() - 6) << false << QVariant(today() - 6);
-    QTest::newRow("seven days later") << QVariant(today() - 7) << true << QVariant(today());
-    QTest::newRow("the clock was set back")
+    QTest::newRow("six days after the last check nobody is asked")
+        << QVariant(today() - 6) << false << QVariant(today() - 6);
+    QTest::newRow("seven days after the last check the feed is asked")
+        << QVariant(today() - 7) << true << QVariant(today());
+    QTest::newRow("nobody is asked after the clock was set back")
         << QVariant(today() + 9) << false << QVariant(today() + 9);
-    QTest::newRow("no number counts as day 0")
+    QTest::newRow("a stored text that is no number counts as day 0")
         << QVariant(QStringLiteral("x")) << true << QVariant(today());
 }
 
@@ -127,10 +129,11 @@ void TestAbout::offersANewerVersion_data()
 {
     QTest::addColumn<QString>("button");
     QTest::addColumn<QStringList>("opens");
-    QTest::newRow("Download") << QStringLiteral("Download")
-                              << QStringList{QStringLiteral("https://velmora.example/get?a=1")};
-    QTest::newRow("Later") << QStringLiteral("Later") << QStringList();
-    QTest::newRow("Escape") << QString() << QStringList();
+    QTest::newRow("Download opens the address")
+        << QStringLiteral("Download")
+        << QStringList{QStringLiteral("https://velmora.example/get?a=1")};
+    QTest::newRow("Later opens nothing") << QStringLiteral("Later") << QStringList();
+    QTest::newRow("Escape opens nothing") << QString() << QStringList();
 }
 
 void TestAbout::offersANewerVersion()

@@ -67,7 +67,7 @@ protected:
     void paintEvent(QPaintEvent *event) override;
 
 private:
-    friend class ProductAdRotatorTest; // makes timers elapse without waiting for them
+    friend class TestProductAdRotator; // makes timers elapse without waiting for them
 
     void step(int entries);
     void restartRotation();

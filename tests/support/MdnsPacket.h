@@ -8,9 +8,10 @@
 #include <QtEndian>
 
 #include <map>
+#include <memory>
 
-// Multicast DNS responses byte by byte (RFC 1035, RFC 6762), so that a test decides what stands in
-// which packet, and a sender that puts packets on the links of the test network.
+// Multicast DNS responses that a test builds byte by byte (RFC 1035, RFC 6762), and a sender that
+// puts them on the links of the test network.
 namespace Mdns {
 
 inline QByteArray bigEndian(quint32 number, int bytes)
@@ -22,10 +23,10 @@ inline QByteArray bigEndian(quint32 number, int bytes)
 
 inline QByteArray label(const QByteArray &text)
 {
-    return bigEndian(quint32(text.size()), 1) + text;
+    return bigEndian(static_cast<quint32>(text.size()), 1) + text;
 }
 
-// "cam1.local" in wire form; an instance name goes in front as a label of its own.
+// "cam1.local" in wire form. An instance name may hold dots: put label(instance) before name(type).
 inline QByteArray name(const QByteArray &dotted)
 {
     QByteArray wire;
@@ -41,24 +42,28 @@ enum Type { A = 1, CName = 5, Ptr = 12, Txt = 16, Aaaa = 28, Srv = 33 };
 constexpr quint32 hour = 3600;
 constexpr quint32 goodbye = 0;
 
+// A response. Each call adds an answer; owner is a name in wire form, ttl is in seconds.
 class Packet {
 public:
-    // Records that belong to one host replace what was known of it; pointers are shared by many.
+    // Sets the cache-flush bit on all types but PTR: those records belong to one host and replace
+    // what was known of it, while several hosts share a PTR record (RFC 6762, 10.2).
     Packet &add(const QByteArray &owner, Type type, const QByteArray &data, quint32 ttl = hour)
     {
         const quint32 recordClass = type == Ptr ? 1 : 0x8001;
         records += owner + bigEndian(type, 2) + bigEndian(recordClass, 2) + bigEndian(ttl, 4)
-            + bigEndian(quint32(data.size()), 2) + data;
+            + bigEndian(static_cast<quint32>(data.size()), 2) + data;
         ++count;
         return *this;
     }
 
+    // An SRV record. host is dotted.
     Packet &target(const QByteArray &owner, const QByteArray &host, quint16 port,
                    quint32 ttl = hour)
     {
         return add(owner, Srv, QByteArray(4, '\0') + bigEndian(port, 2) + name(host), ttl);
     }
 
+    // A TXT record; without strings it holds one empty string (RFC 6763, 6.1).
     Packet &text(const QByteArray &owner, const QByteArrayList &strings, quint32 ttl = hour)
     {
         QByteArray data;
@@ -68,6 +73,7 @@ public:
         return add(owner, Txt, data.isEmpty() ? QByteArray(1, '\0') : data, ttl);
     }
 
+    // An A or AAAA record for text, an IP address. host is dotted.
     Packet &address(const QByteArray &host, const QString &text, quint32 ttl = hour)
     {
         const QHostAddress ip(text);
@@ -78,6 +84,7 @@ public:
         return add(name(host), Aaaa, QByteArray(reinterpret_cast<const char *>(&raw), 16), ttl);
     }
 
+    // Adds the answers of another packet.
     Packet &with(const Packet &other)
     {
         records += other.records;
@@ -97,7 +104,8 @@ private:
 
 class Sender {
 public:
-    // protocol is the IP version to send over, link the interface to send from.
+    // Sends a packet to the multicast DNS group. protocol is the IP version to send over, link the
+    // interface to send from. False when the system refused.
     bool send(const QByteArray &packet, const QString &link = QStringLiteral("vx0"),
               QAbstractSocket::NetworkLayerProtocol protocol = QAbstractSocket::IPv4Protocol)
     {
