@@ -141,7 +141,7 @@ private:
         constexpr int longest = 1000; // characters; much more would not fit the screen
         const bool cut =
             SelectorEntries::currentRecord(selector).isValid() && !fits(selector->lineEdit());
-        // A tool tip guesses the format of its text.
+        // A tooltip guesses the format of its text.
         QToolTip::showText(event->globalPos(),
                            cut ? Qt::convertFromPlainText(selector->currentText().left(longest))
                                : QString(),

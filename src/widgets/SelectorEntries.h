@@ -24,7 +24,7 @@ struct Entry {
 
 // Makes a combo box a selector: editable, never adding what is typed, with the placeholder, and
 // offering the entries that match the typed text (see MatchList). It disregards the mouse wheel
-// while its lists are closed, and tells a chosen text that its field cuts in a tool tip. When it is
+// while its lists are closed, and tells a chosen text that its field cuts in a tooltip. When it is
 // shown, its field takes over its accessible name.
 void prepare(QComboBox *selector, const QString &placeholder);
 
