@@ -3,6 +3,7 @@
 #include <QScrollBar>
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 #include <vector>
 
