@@ -10,8 +10,6 @@ DropDownList::DropDownList(QComboBox *owner)
     owner->setView(this);
     // QComboBox has made it disregard the width that it asks for.
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Ignored);
-    // QComboBox measures rows before it shows the list, and the style sheet makes them higher.
-    ensurePolished();
 }
 
 QSize DropDownList::minimumSizeHint() const
