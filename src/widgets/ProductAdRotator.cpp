@@ -54,6 +54,15 @@ constexpr Product catalogueTable[] = {
      "sender bursts and which switch suffers from it."},
 };
 
+QPointF positionOf(const QMouseEvent &event)
+{
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    return event.position();
+#else
+    return event.localPos();
+#endif
+}
+
 // The gradient is the same in every row, so that one row of it can be laid as a tile: a third of
 // the time that a gradient brush takes for the whole area.
 void paintShade(QPainter &painter, const QRectF &area)
@@ -211,7 +220,7 @@ void ProductAdRotator::mousePressEvent(QMouseEvent *event)
         return;
     }
     const auto geometry = ProductBanner::geometryFor(contentsRect());
-    switch (geometry.buttonAt(event->localPos())) {
+    switch (geometry.buttonAt(positionOf(*event))) {
     case ProductBanner::PreviousButton:
         step(-1);
         restartRotation();
@@ -270,7 +279,7 @@ void ProductAdRotator::paintBackground(QPainter &painter,
 
     painter.save();
     painter.setClipPath(outline);
-    // The toolkit's pixmap cache makes loading by path on each repaint cheap.
+    // Qt's pixmap cache makes loading by path on each repaint cheap.
     const QPixmap picture(products.at(currentIndex).image);
     if (picture.isNull()) {
         painter.fillPath(outline, QColor(31, 58, 95));
