@@ -2,10 +2,14 @@
 #include "support/MdnsPacket.h"
 #include "support/TestMain.h"
 
+#include <QDir>
 #include <QTcpServer>
 #include <QTcpSocket>
 
 #include <functional>
+
+#include <sys/resource.h>
+#include <sys/socket.h>
 
 using Mdns::Packet;
 
@@ -13,7 +17,7 @@ namespace {
 
 constexpr char type[] = "_nmos-node._tcp.local";
 
-// What the toolkit's default logging category and the signals said, in this order.
+// What Qt's default logging category and the signals said, in this order.
 QStringList &said()
 {
     static QStringList lines;
@@ -45,6 +49,23 @@ public:
 
     QStringList requests;
 };
+
+// The HTTP side of any number of nodes that take a connection and say nothing until the object is
+// destroyed; then the connections break. It needs one descriptor.
+class HangingNodes : public QTcpServer {
+public:
+    explicit HangingNodes(int count)
+    {
+        listen(QHostAddress::AnyIPv4);
+        pauseAccepting();
+        ::listen(static_cast<int>(socketDescriptor()), count);
+    }
+};
+
+int descriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size();
+}
 
 QByteArray ok(const QByteArray &body)
 {
@@ -82,6 +103,9 @@ private slots:
     void otherProtocolsAreNeverOpened_data();
     void otherProtocolsAreNeverOpened();
     void everyAddressIsAsked();
+    void thousandNodesThatHang();
+    void hangingNodesGiveUpTheirPlaces();
+    void stoppingDropsWhatHasNotBegun();
     void updateAsksAgainAndRemovalDoesNot();
     void startsAndStops();
     void destroyedInItsOwnSignals_data();
@@ -89,6 +113,7 @@ private slots:
 
 private:
     void record(NMOSMdnsBrowser &browser);
+    void announceHanging(quint16 port, int count);
 
     Mdns::Sender sender;
 };
@@ -265,6 +290,88 @@ void NMOSMdnsBrowserTest::everyAddressIsAsked()
                           QStringLiteral("http://[fe80::1%25vx0]") + rest}));
 }
 
+// Each is an address of its own: of one host Qt asks for six resources at a time.
+void NMOSMdnsBrowserTest::announceHanging(quint16 port, int count)
+{
+    sender.send(announcement(port, {}, QStringLiteral("127.1.0.0")).bytes());
+    for (int i = 1; i < count; ++i) {
+        const QHostAddress address(0x7f010000 + static_cast<quint32>(i));
+        sender.send(Packet().address("cam1.local", address.toString()).bytes());
+        QCoreApplication::processEvents();
+    }
+}
+
+void NMOSMdnsBrowserTest::thousandNodesThatHang()
+{
+    rlimit before{};
+    QCOMPARE(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit usual{1024, before.rlim_max};
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &usual), 0);
+    constexpr int count = 1000;
+    Responder healthy(ok("{}"));
+    auto hanging = std::make_unique<HangingNodes>(count);
+    NMOSMdnsBrowser browser;
+    QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
+    QSignalSpy errors(&browser, &NMOSMdnsBrowser::nodeError);
+    browser.start();
+    announceHanging(hanging->serverPort(), count);
+    const QByteArray behind = Mdns::label("behind") + Mdns::name(type);
+    QVERIFY(sender.send(Packet()
+                            .add(Mdns::name(type), Mdns::Ptr, behind)
+                            .target(behind, "cam2.local", healthy.serverPort())
+                            .text(behind, {})
+                            .address("cam2.local", QStringLiteral("192.0.2.1"))
+                            .bytes()));
+    // Half of the descriptors are taken; those who wait are asked when the others end.
+    QTRY_VERIFY_WITH_TIMEOUT(descriptors() > 512, 30000);
+    QCOMPARE(ready.size() + errors.size(), 0);
+    hanging.reset();
+    QTRY_COMPARE_WITH_TIMEOUT(errors.size(), count, 30000);
+    QTRY_COMPARE(ready.size(), 1);
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &before), 0);
+}
+
+void NMOSMdnsBrowserTest::hangingNodesGiveUpTheirPlaces()
+{
+    Responder healthy(ok("{}"));
+    const HangingNodes hanging(200);
+    NMOSMdnsBrowser browser;
+    QSignalSpy discovered(&browser, &NMOSMdnsBrowser::nodeDiscovered);
+    QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
+    QSignalSpy errors(&browser, &NMOSMdnsBrowser::nodeError);
+    browser.start();
+    announceHanging(hanging.serverPort(), 200);
+    QVERIFY(sender.send(Packet()
+                            .target(cam(), "cam2.local", healthy.serverPort())
+                            .address("cam2.local", QStringLiteral("192.0.2.1"))
+                            .bytes()));
+    QTRY_COMPARE_WITH_TIMEOUT(ready.size(), 1, 10000);
+    QCOMPARE(discovered.size(), 2);
+    QCOMPARE(errors.size(), 0);
+    QCOMPARE(healthy.requests.size(), 1);
+}
+
+void NMOSMdnsBrowserTest::stoppingDropsWhatHasNotBegun()
+{
+    constexpr int count = 1000;
+    Responder healthy(ok("{}"));
+    auto hanging = std::make_unique<HangingNodes>(count);
+    NMOSMdnsBrowser browser;
+    QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
+    QSignalSpy errors(&browser, &NMOSMdnsBrowser::nodeError);
+    browser.start();
+    const int before = descriptors();
+    announceHanging(hanging->serverPort(), count);
+    QTRY_VERIFY(descriptors() > before + 50);
+    browser.stop();
+    hanging.reset();
+    browser.start();
+    // Behind what is left, if anything is.
+    QVERIFY(sender.send(announcement(healthy.serverPort(), {}).bytes()));
+    QTRY_COMPARE(ready.size(), 1);
+    QVERIFY2(errors.size() < count / 2, qPrintable(QString::number(errors.size())));
+}
+
 void NMOSMdnsBrowserTest::updateAsksAgainAndRemovalDoesNot()
 {
     Responder node(ok("{}"));
@@ -337,7 +444,7 @@ void NMOSMdnsBrowserTest::destroyedInItsOwnSignals()
     browser->start();
     const bool fails = signal == QLatin1String("error");
     const quint32 port = fails ? 1 : node.serverPort();
-    QVERIFY(sender.send(announcement(quint16(port), {}).bytes()));
+    QVERIFY(sender.send(announcement(static_cast<quint16>(port), {}).bytes()));
     QTRY_VERIFY(done || !node.requests.isEmpty());
     QVERIFY(sender.send(Packet().add(Mdns::name(type), Mdns::Ptr, cam(), Mdns::goodbye).bytes()));
     QTRY_VERIFY(done);
