@@ -187,15 +187,18 @@ void MdnsEngineTest::services_data()
          {node("Cam", {"a=1"}, goodbye), {removed}},
          {node("Cam"), {added}}});
     const QString brief = QStringLiteral("|brief|cam1.local.|80|a=1");
-    // By the time it has expired, so has what was replaced when it came.
+    // By the time it has expired, so has what was replaced when it came. Records are replaced that
+    // are older than a second.
     const Packet expires = node("brief", {"a=1"}, 2);
     const QStringList cameAndWent{QLatin1Char('+') + brief, QLatin1Char('-') + brief};
     row("another weight takes nothing away",
         {{node("Cam"), {added}},
+         {expires, cameAndWent},
          {Packet().target(cam, "cam1.local", 80, Mdns::hour, 1).with(expires), cameAndWent}});
     const QString both = QStringLiteral("|Cam|cam1.local.|80|a=1|b=1");
     row("another order of the attributes takes nothing away",
         {{node("Cam", {"a=1", "b=1"}), {QLatin1Char('+') + both}},
+         {expires, cameAndWent},
          {Packet().text(cam, {"b=1", "a=1"}).with(expires), cameAndWent},
          {Packet().target(cam, "cam1.local", 80, goodbye), {QLatin1Char('-') + both}},
          {Packet().target(cam, "cam1.local", 80), {QLatin1Char('+') + both}}});

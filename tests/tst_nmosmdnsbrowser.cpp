@@ -311,6 +311,7 @@ void NMOSMdnsBrowserTest::thousandNodesThatHang()
     Responder healthy(ok("{}"));
     auto hanging = std::make_unique<HangingNodes>(count);
     NMOSMdnsBrowser browser;
+    QSignalSpy discovered(&browser, &NMOSMdnsBrowser::nodeDiscovered);
     QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
     QSignalSpy errors(&browser, &NMOSMdnsBrowser::nodeError);
     browser.start();
@@ -323,7 +324,9 @@ void NMOSMdnsBrowserTest::thousandNodesThatHang()
                             .address("cam2.local", QStringLiteral("192.0.2.1"))
                             .bytes()));
     // Half of the descriptors are taken; those who wait are asked when the others end.
+    QTRY_COMPARE(discovered.size(), 2);
     QTRY_VERIFY_WITH_TIMEOUT(descriptors() > 512, 30000);
+    QVERIFY(!QTest::qWaitFor([] { return descriptors() > 600; }, 3000));
     QCOMPARE(ready.size() + errors.size(), 0);
     hanging.reset();
     QTRY_COMPARE_WITH_TIMEOUT(errors.size(), count, 30000);
