@@ -36,7 +36,10 @@ Packet service(const QByteArray &instance, const QByteArrayList &txt = {"api_ver
 
 Packet goodbye(const QByteArray &instance, const QByteArray &type = nodes)
 {
-    return Packet().add(Mdns::name(type), Mdns::Ptr, fullName(instance, type), Mdns::goodbye);
+    return Packet()
+        .add(Mdns::name(type), Mdns::Ptr, fullName(instance, type), Mdns::goodbye)
+        .target(fullName(instance, type), "cam1.local", 80, Mdns::goodbye)
+        .text(fullName(instance, type), {}, Mdns::goodbye);
 }
 
 QStringList texts(std::initializer_list<const char *> list)

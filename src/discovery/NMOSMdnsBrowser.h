@@ -1,6 +1,7 @@
 #pragma once
 
 #include "discovery/RequestGate.h"
+#include "discovery/ServiceMetaType.h"
 
 #include <qmdnsengine/browser.h>
 #include <qmdnsengine/cache.h>
