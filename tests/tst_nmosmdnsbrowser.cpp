@@ -75,7 +75,7 @@ QByteArray ok(const QByteArray &body)
 
 QByteArray cam()
 {
-    return Mdns::label("Cam 1.\xc3\xa4") + Mdns::name(type);
+    return Mdns::label("Cam 1 \xc3\xa4") + Mdns::name(type);
 }
 
 Packet announcement(quint16 port, const QByteArrayList &strings,
@@ -86,6 +86,14 @@ Packet announcement(quint16 port, const QByteArrayList &strings,
         .target(cam(), "cam1.local", port)
         .text(cam(), strings)
         .address("cam1.local", address);
+}
+
+Packet farewell()
+{
+    return Packet()
+        .add(Mdns::name(type), Mdns::Ptr, cam(), Mdns::goodbye)
+        .target(cam(), "cam1.local", 80, Mdns::goodbye)
+        .text(cam(), {}, Mdns::goodbye);
 }
 
 } // namespace
@@ -190,9 +198,9 @@ void NMOSMdnsBrowserTest::fetches_data()
     QTest::addColumn<QString>("discovered");
     QTest::addColumn<QString>("path");
     QTest::addColumn<QStringList>("result"); // %1 is the address
-    const QStringList json{QStringLiteral("ready|Cam 1.ä|%1|{\"id\":\"x\"}"),
+    const QStringList json{QStringLiteral("ready|Cam 1 ä|%1|{\"id\":\"x\"}"),
                            QStringLiteral("info: OK %1")};
-    const QStringList noJson{QStringLiteral("ready|Cam 1.ä|%1|"),
+    const QStringList noJson{QStringLiteral("ready|Cam 1 ä|%1|"),
                              QStringLiteral("info: OK (non-JSON) %1")};
     const QByteArray self = ok("{\"id\": \"x\"}");
     const QString v13 = QStringLiteral("/x-nmos/node/v1.3/self");
@@ -216,10 +224,10 @@ void NMOSMdnsBrowserTest::fetches_data()
         v13, noJson);
     const QString text = QStringLiteral("Error transferring %1 - server replied: Not Found");
     row("not found", {}, "404 Not Found\r\nContent-Length: 0\r\n\r\n", "", v13,
-        {QStringLiteral("error|Cam 1.ä|%1|") + text,
+        {QStringLiteral("error|Cam 1 ä|%1|") + text,
          QStringLiteral("warning: GET %1 failed: ") + text});
     row("an answer without end", {}, "200 OK\r\n\r\n" + QByteArray(1024 * 1024 + 1, ' '), "", v13,
-        {QStringLiteral("error|Cam 1.ä|%1|The response is too large"),
+        {QStringLiteral("error|Cam 1 ä|%1|The response is too large"),
          QStringLiteral("warning: GET %1 failed: The response is too large")});
 }
 
@@ -239,7 +247,7 @@ void NMOSMdnsBrowserTest::fetches()
     const QString port = QString::number(node.serverPort());
     const QString url = QStringLiteral("http://192.0.2.1:") + port + path;
     QStringList expected{QStringLiteral("info: Browsing for _nmos-node._tcp.local."),
-                         QStringLiteral("discovered|Cam 1.ä|cam1.local.|") + port + discovered};
+                         QStringLiteral("discovered|Cam 1 ä|cam1.local.|") + port + discovered};
     for (QString line : result) {
         expected += line.replace(QLatin1String("%1"), url);
     }
@@ -388,9 +396,9 @@ void NMOSMdnsBrowserTest::updateAsksAgainAndRemovalDoesNot()
     QVERIFY(sender.send(Packet().text(cam(), {"api_ver=v1.1"}).bytes()));
     QTRY_COMPARE(ready.size(), 2);
     QCOMPARE(ready.at(1).at(1).toUrl().path(), QStringLiteral("/x-nmos/node/v1.1/self"));
-    QVERIFY(sender.send(Packet().add(Mdns::name(type), Mdns::Ptr, cam(), Mdns::goodbye).bytes()));
+    QVERIFY(sender.send(farewell().bytes()));
     QTRY_COMPARE(removed.size(), 1);
-    QCOMPARE(removed.at(0).at(0).toString(), QStringLiteral("Cam 1.ä"));
+    QCOMPARE(removed.at(0).at(0).toString(), QStringLiteral("Cam 1 ä"));
     QCOMPARE(discovered.size(), 2);
     QCOMPARE(node.requests.size(), 2);
 }
@@ -449,7 +457,7 @@ void NMOSMdnsBrowserTest::destroyedInItsOwnSignals()
     const quint32 port = fails ? 1 : node.serverPort();
     QVERIFY(sender.send(announcement(static_cast<quint16>(port), {}).bytes()));
     QTRY_VERIFY(done || !node.requests.isEmpty());
-    QVERIFY(sender.send(Packet().add(Mdns::name(type), Mdns::Ptr, cam(), Mdns::goodbye).bytes()));
+    QVERIFY(sender.send(farewell().bytes()));
     QTRY_VERIFY(done);
 }
 
