@@ -37,6 +37,7 @@ int main(int argc, char *argv[])
     Rows::addIntakeRows();
     Rows::addStartRows();
     Rows::addDiscoveryRows();
+    Rows::addEngineRows();
     Rows::addBannerRows();
     QTimer::singleShot(0, &app, [] { QApplication::exit(Comparison::runAll() ? 0 : 1); });
     return QApplication::exec();
