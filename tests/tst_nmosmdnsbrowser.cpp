@@ -444,7 +444,11 @@ void NMOSMdnsBrowserTest::destroyedInItsOwnSignals_data()
 {
     QTest::addColumn<QString>("signal");
     QTest::addColumn<bool>("stopOnly");
-    for (const char *signal : {"discovered", "ready", "error", "removed"}) {
+    QVector<const char *> inSignals{"ready", "error"};
+#ifdef NODEPATCH_MDNS_LAYER // an installed QMdnsEngine does not live through its end in its signals
+    inSignals << "discovered" << "removed";
+#endif
+    for (const char *signal : qAsConst(inSignals)) {
         QTest::addRow("destroyed when %s", signal) << QString::fromLatin1(signal) << false;
         QTest::addRow("stopped when %s", signal) << QString::fromLatin1(signal) << true;
     }
