@@ -146,8 +146,8 @@ int questions(QUdpSocket &socket)
     while (socket.hasPendingDatagrams()) {
         const QNetworkDatagram datagram = socket.receiveDatagram();
         const QByteArray packet = datagram.data();
-        const auto link = QNetworkInterface::interfaceFromIndex(
-            static_cast<int>(datagram.interfaceIndex()));
+        const auto link =
+            QNetworkInterface::interfaceFromIndex(static_cast<int>(datagram.interfaceIndex()));
         const auto addresses = link.addressEntries();
         for (const QNetworkAddressEntry &address : addresses) {
             if (packet.size() > 12 && (packet.at(2) & 0x80) == 0
@@ -225,11 +225,12 @@ void healthyBehindHanging(benchmark::State &state)
             QCoreApplication::processEvents();
         }
         seconds = Comparison::timed([&] {
-            sender.send(node("healthy", Mdns::hour, healthy.serverPort(), "cam2.local")
-                            .address("cam2.local", QStringLiteral("192.0.2.1"))
-                            .bytes());
-            Comparison::waitUntil([&ready] { return ready; });
-        }) / 1000;
+                      sender.send(node("healthy", Mdns::hour, healthy.serverPort(), "cam2.local")
+                                      .address("cam2.local", QStringLiteral("192.0.2.1"))
+                                      .bytes());
+                      Comparison::waitUntil([&ready] { return ready; });
+                  })
+            / 1000;
         most = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size();
         state.SetIterationTime(seconds);
     }
@@ -244,12 +245,11 @@ void healthyBehindHanging(benchmark::State &state)
 void Rows::addEngineRows()
 {
     using Comparison::addRow;
-    addRow({"Services not heard a second after 4 s of standing still, 60 new ones a second", "",
-            "", 6, 1},
+    addRow({"Services not heard a second after 4 s of standing still, 60 new ones a second", "", "",
+            6, 1},
            hearAfterStandingStill);
     addRow({"Services not found of 300 that are announced at once", "", "", 0, 1}, hearACrowd);
-    addRow({"Questions for each service in its first minute", "", "", 24, 1},
-           questionsForAService);
+    addRow({"Questions for each service in its first minute", "", "", 24, 1}, questionsForAService);
     addRow({"A healthy node is asked behind 1,000 that hang", "", "s", 20, 1},
            healthyBehindHanging);
 }

@@ -352,7 +352,8 @@ void MdnsEngineTest::hearsAfterFallingBehind()
     Watch watch(&server);
     Churn churn;
     QTRY_VERIFY(watch.events.size() > 60);
-    churn.sent.acquire(churn.sent.available() + 240); // the event loop stands still for four seconds
+    churn.sent.acquire(churn.sent.available()
+                       + 240); // the event loop stands still for four seconds
     QVERIFY(sender.send(node("late").bytes()));
     QTRY_VERIFY_WITH_TIMEOUT(watch.events.contains(QStringLiteral("+|late|cam1.local.|80|a=1")),
                              3000);
@@ -583,10 +584,9 @@ void MdnsEngineTest::hostilePackets_data()
     const auto alias = [](const QByteArray &owner, const QByteArray &target) -> QByteArray {
         return Packet().bytes().replace(6, 2, Mdns::bigEndian(1, 2)) + aliasRecord(owner, target);
     };
-    QTest::newRow("aliases in circles")
-        << QByteArrayList{alias(type, type), alias(type, "b.local"), alias("b.local", type),
-                          alias("cam1.local", "cam1.local"),
-                          amended("Cam", 11, aliasRecord(type, type))};
+    QTest::newRow("aliases in circles") << QByteArrayList{
+        alias(type, type), alias(type, "b.local"), alias("b.local", type),
+        alias("cam1.local", "cam1.local"), amended("Cam", 11, aliasRecord(type, type))};
 
     QRandomGenerator random(5353);
     const QByteArray real = node("Cam").address("cam1.local", QStringLiteral("fe80::7")).bytes();

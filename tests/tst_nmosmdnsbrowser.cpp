@@ -301,9 +301,8 @@ void NMOSMdnsBrowserTest::everyAddressIsAsked()
     NMOSMdnsBrowser browser;
     QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
     browser.start();
-    QVERIFY(sender.send(announcement(node.serverPort(), {})
-                            .address("cam1.local", address)
-                            .bytes()));
+    QVERIFY(
+        sender.send(announcement(node.serverPort(), {}).address("cam1.local", address).bytes()));
     QTRY_COMPARE(ready.size(), 2);
     QStringList urls{ready.at(0).at(1).toUrl().toString(), ready.at(1).at(1).toUrl().toString()};
     urls.sort();
@@ -446,7 +445,8 @@ void NMOSMdnsBrowserTest::destroyedInItsOwnSignals_data()
     QTest::addColumn<bool>("stopOnly");
     QVector<const char *> inSignals{"ready", "error"};
 #ifdef NODEPATCH_MDNS_LAYER // an installed QMdnsEngine does not live through its end in its signals
-    inSignals << "discovered" << "removed";
+    inSignals << "discovered"
+              << "removed";
 #endif
     for (const char *signal : qAsConst(inSignals)) {
         QTest::addRow("destroyed when %s", signal) << QString::fromLatin1(signal) << false;

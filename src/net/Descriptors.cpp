@@ -34,7 +34,9 @@ int Descriptors::limit()
 
 #else
 
-void Descriptors::raiseLimit() { }
+void Descriptors::raiseLimit()
+{
+}
 
 int Descriptors::limit()
 {

@@ -107,8 +107,8 @@ private:
 
 inline QHostAddress group(QAbstractSocket::NetworkLayerProtocol protocol)
 {
-    return QHostAddress(QLatin1String(
-        protocol == QAbstractSocket::IPv4Protocol ? "224.0.0.251" : "ff02::fb"));
+    return QHostAddress(
+        QLatin1String(protocol == QAbstractSocket::IPv4Protocol ? "224.0.0.251" : "ff02::fb"));
 }
 
 inline std::unique_ptr<QUdpSocket> boundSocket(QAbstractSocket::NetworkLayerProtocol protocol)

@@ -31,12 +31,13 @@ constexpr std::chrono::minutes askAgainAfter{1};
 // Within this time the question is sent, and before a second is over Avahi would repeat it.
 constexpr std::chrono::milliseconds askAgainFor{500};
 // A question whose answer may come to the asker alone (RFC 6762, section 5.4), which spares the
-// others on the network the answers of all the nodes that are known. To Avahi it is another question
-// than the one it asks ever more rarely: one that is dropped and begun anew goes on as it was.
+// others on the network the answers of all the nodes that are known. To Avahi it is another
+// question than the one it asks ever more rarely: one that is dropped and begun anew goes on as it
+// was.
 constexpr quint16 answeredToAsker = AVAHI_DNS_CLASS_IN | 0x8000;
 
-// What the links say about one thing, record by record. While a change goes through the network they
-// disagree: the latest word counts, and when it is taken back, the one before.
+// What the links say about one thing, record by record. While a change goes through the network
+// they disagree: the latest word counts, and when it is taken back, the one before.
 class Claims {
 public:
     void take(RecordLookup::Event event, Link link, AvahiRecord *record)

@@ -24,7 +24,8 @@ RecordLookup::RecordLookup(std::shared_ptr<ServerPrivate> onServer, const Questi
     if (!server || !server->avahi || !isWellFormed(question.name)) {
         return;
     }
-    AvahiKey *const key = avahi_key_new(question.name.constData(), question.recordClass, question.type);
+    AvahiKey *const key =
+        avahi_key_new(question.name.constData(), question.recordClass, question.type);
     if (!key) {
         return;
     }
