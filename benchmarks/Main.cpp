@@ -37,6 +37,7 @@ int main(int argc, char *argv[])
     Rows::addIntakeRows();
     Rows::addStartRows();
     Rows::addDiscoveryRows();
+    Rows::addEngineRows();
     Rows::addBannerRows();
     Rows::addSelectorRows();
     QTimer::singleShot(0, &app, [] { QApplication::exit(Comparison::runAll() ? 0 : 1); });

@@ -7,6 +7,7 @@ void addPatchRows();
 void addIntakeRows();
 void addStartRows();
 void addDiscoveryRows();
+void addEngineRows();
 void addBannerRows();
 void addSelectorRows();
 

@@ -67,6 +67,7 @@ void NMOSMdnsBrowser::stop()
     // Resolvers stay for the whole run otherwise. Here they have to go first: they work on the
     // server and the cache, and nothing promises that an engine's resolver survives them.
     qDeleteAll(findChildren<QMdnsEngine::Resolver *>(QString(), Qt::FindDirectChildrenOnly));
+    requests.clear();
     browser.reset();
     cache.reset();
     server.reset();
@@ -151,12 +152,18 @@ void NMOSMdnsBrowser::fetchSelf(const QHostAddress &address, const QString &sche
             Qt::QueuedConnection);
         return;
     }
+    requests.enqueue([this, url, svc] { return sendRequest(url, svc); });
+}
+
+QNetworkReply *NMOSMdnsBrowser::sendRequest(const QUrl &url, const QMdnsEngine::Service &svc)
+{
     QNetworkReply *const reply = network.get(ResponseBody::requestFor(url));
     auto *const body = new ResponseBody(reply, maximumSelfBody, reply);
     connect(reply, &QNetworkReply::finished, this,
             [this, reply, body, url, svc] { handleSelfReply(reply, body, url, svc); });
     connect(body, &ResponseBody::tooLarge, this,
             [this, reply, body, url, svc] { dropSelfReply(reply, body, url, svc); });
+    return reply;
 }
 
 void NMOSMdnsBrowser::dropSelfReply(QNetworkReply *reply, const ResponseBody *body, const QUrl &url,

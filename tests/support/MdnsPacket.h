@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QByteArrayList>
 #include <QHostAddress>
+#include <QNetworkDatagram>
 #include <QNetworkInterface>
 #include <QUdpSocket>
 #include <QtEndian>
@@ -37,7 +38,16 @@ inline QByteArray name(const QByteArray &dotted)
     return wire + '\0';
 }
 
-enum Type { A = 1, CName = 5, Ptr = 12, Txt = 16, Aaaa = 28, Srv = 33 };
+enum Type { A = 1, CName = 5, Ptr = 12, Txt = 16, Aaaa = 28, Srv = 33, Svcb = 64 };
+
+// In a question of the class "Internet": the answer may come to the asker alone.
+constexpr quint32 internet = 1;
+constexpr quint32 answeredToAsker = 0x8001;
+
+inline QByteArray question(const QByteArray &owner, Type type, quint32 questionClass = internet)
+{
+    return owner + bigEndian(type, 2) + bigEndian(questionClass, 2);
+}
 
 constexpr quint32 hour = 3600;
 constexpr quint32 goodbye = 0;
@@ -58,9 +68,9 @@ public:
 
     // An SRV record. host is dotted.
     Packet &target(const QByteArray &owner, const QByteArray &host, quint16 port,
-                   quint32 ttl = hour)
+                   quint32 ttl = hour, quint16 weight = 0)
     {
-        return add(owner, Srv, QByteArray(4, '\0') + bigEndian(port, 2) + name(host), ttl);
+        return add(owner, Srv, bigEndian(weight, 4) + bigEndian(port, 2) + name(host), ttl);
     }
 
     // A TXT record; without strings it holds one empty string (RFC 6763, 6.1).
@@ -102,6 +112,55 @@ private:
     quint32 count = 0;
 };
 
+inline QHostAddress group(QAbstractSocket::NetworkLayerProtocol protocol)
+{
+    return QHostAddress(
+        QLatin1String(protocol == QAbstractSocket::IPv4Protocol ? "224.0.0.251" : "ff02::fb"));
+}
+
+inline std::unique_ptr<QUdpSocket> boundSocket(QAbstractSocket::NetworkLayerProtocol protocol)
+{
+    auto socket = std::make_unique<QUdpSocket>();
+    socket->bind(protocol == QAbstractSocket::IPv4Protocol ? QHostAddress::AnyIPv4
+                                                           : QHostAddress::AnyIPv6,
+                 5353, QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
+    return socket;
+}
+
+// Hears what is asked on every link over one IP version.
+class Listener {
+public:
+    explicit Listener(
+        QAbstractSocket::NetworkLayerProtocol protocol = QAbstractSocket::IPv4Protocol)
+        : socket(boundSocket(protocol))
+    {
+        const auto links = QNetworkInterface::allInterfaces();
+        for (const QNetworkInterface &link : links) {
+            socket->joinMulticastGroup(group(protocol), link);
+        }
+    }
+
+    // The addresses that sent queries with these bytes in them so far, in order.
+    QStringList askers(const QByteArray &question)
+    {
+        while (socket->hasPendingDatagrams()) {
+            heard += socket->receiveDatagram();
+        }
+        QStringList addresses;
+        for (const QNetworkDatagram &datagram : qAsConst(heard)) {
+            const QByteArray packet = datagram.data();
+            if (packet.size() > 2 && (packet.at(2) & 0x80) == 0 && packet.contains(question)) {
+                addresses += datagram.senderAddress().toString();
+            }
+        }
+        return addresses;
+    }
+
+private:
+    std::unique_ptr<QUdpSocket> socket;
+    QList<QNetworkDatagram> heard;
+};
+
 class Sender {
 public:
     // Sends a packet to the multicast DNS group. protocol is the IP version to send over, link the
@@ -110,19 +169,17 @@ public:
               QAbstractSocket::NetworkLayerProtocol protocol = QAbstractSocket::IPv4Protocol)
     {
         const bool ip4 = protocol == QAbstractSocket::IPv4Protocol;
-        QHostAddress group(QLatin1String(ip4 ? "224.0.0.251" : "ff02::fb"));
+        QHostAddress everybody = group(protocol);
         auto &socket = sockets[{link, protocol}];
         if (!socket) {
-            socket = std::make_unique<QUdpSocket>();
-            socket->bind(ip4 ? QHostAddress::AnyIPv4 : QHostAddress::AnyIPv6, 5353,
-                         QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
+            socket = boundSocket(protocol);
             socket->setMulticastInterface(QNetworkInterface::interfaceFromName(link));
             socket->setSocketOption(QAbstractSocket::MulticastTtlOption, 255);
         }
         if (!ip4) {
-            group.setScopeId(link);
+            everybody.setScopeId(link);
         }
-        return socket->writeDatagram(packet, group, 5353) == packet.size();
+        return socket->writeDatagram(packet, everybody, 5353) == packet.size();
     }
 
 private:
