@@ -120,7 +120,7 @@ void add(QComboBox *selector, QList<Entry> entries)
 
 QVariant remove(QComboBox *selector, const std::function<bool(const QVariant &)> &condition)
 {
-    const QVariant shown = currentRecord(selector);
+    QVariant shown = currentRecord(selector);
     const bool shownGoes = shown.isValid() && condition(shown);
     {
         // Losing the current entry, or the last one of all, makes the toolkit rewrite the field.
