@@ -31,6 +31,10 @@ configure_file(${from}/${NODEPATCH_ID}.metainfo.xml.in ${made}/${NODEPATCH_ID}.m
 install(FILES ${from}/${NODEPATCH_ID}.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${made}/${NODEPATCH_ID}.metainfo.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
 set(icons ${CMAKE_INSTALL_DATADIR}/icons/hicolor)
+foreach(size 16x16 22x22 24x24 32x32 48x48 64x64)
+    install(FILES ${from}/icons/${size}.png
+        DESTINATION ${icons}/${size}/apps RENAME ${NODEPATCH_ID}.png)
+endforeach()
 foreach(size 128x128 256x256 512x512)
     install(FILES ${PROJECT_SOURCE_DIR}/img/NodePatch_Icon_${size}.png
         DESTINATION ${icons}/${size}/apps RENAME ${NODEPATCH_ID}.png)
@@ -51,7 +55,8 @@ endfunction()
 set(documents ${CMAKE_INSTALL_DATADIR}/doc/${package})
 install_compressed(${package}.1.in ${CMAKE_INSTALL_MANDIR}/man1 ${package}.1)
 install_compressed(changelog.in ${documents} changelog)
-install(FILES ${from}/copyright DESTINATION ${documents})
+install(FILES ${from}/copyright ${PROJECT_SOURCE_DIR}/docs/user-guide.md DESTINATION ${documents})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/images DESTINATION ${documents})
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME ${package})

@@ -244,7 +244,7 @@ QString ConnectionEndpoint::invalidMember(const QJsonObject &request) const
         } else if (key == QLatin1String("transport_file") && isReceiver) {
             valid = isTransportFile(member.value());
         } else if (key == QLatin1String("transport_params")) {
-            const QString reason = invalidParameters(member.value());
+            QString reason = invalidParameters(member.value());
             if (!reason.isEmpty()) {
                 return reason;
             }
@@ -297,7 +297,7 @@ QString ConnectionEndpoint::stage(const QJsonObject &request, QJsonObject *next)
     }
     const QJsonObject file = request.value(QLatin1String("transport_file")).toObject();
     if (!file.isEmpty()) {
-        const QString reason = stageTransportFile(file, &parameters);
+        QString reason = stageTransportFile(file, &parameters);
         if (!reason.isEmpty()) {
             return reason;
         }

@@ -55,7 +55,7 @@ public:
 
 private:
     QString invalidMember(const QJsonObject &request) const;
-    QString invalidParameters(const QJsonValue &parameters) const;
+    QString invalidParameters(const QJsonValue &value) const;
     QString stage(const QJsonObject &request, QJsonObject *next) const;
     QString stageTransportFile(const QJsonObject &file, QJsonObject *parameters) const;
     Answer schedule(const QJsonObject &next, const QString &mode, const QJsonObject &activation,

@@ -65,7 +65,7 @@ void IntakeQueue::run()
     if (!delay) {
         return;
     }
-    if (*delay > 0ms) {
+    if (*delay > milliseconds::zero()) {
         runLater(*delay);
         return;
     }
@@ -92,13 +92,14 @@ std::optional<milliseconds> IntakeQueue::delayUntilStart(Source source) const
         return {};
     }
     if (activity.depth == 0) {
-        return 0ms;
+        return milliseconds::zero();
     }
     if (activity.depth >= levelsFor(source)) {
         return busyInterval;
     }
     const milliseconds patience = innermostIsCommand ? commandStalledAfter : stalledAfter;
-    return std::clamp(patience - milliseconds(activity.waitTime), 0ms, busyInterval);
+    return std::clamp(patience - milliseconds(activity.waitTime), milliseconds::zero(),
+                      busyInterval);
 }
 
 void IntakeQueue::runLater(milliseconds delay)

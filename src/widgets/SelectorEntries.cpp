@@ -212,7 +212,7 @@ void add(QComboBox *selector, QList<Entry> entries)
 
 QVariant remove(QComboBox *selector, const std::function<bool(const QVariant &)> &condition)
 {
-    const QVariant shown = currentRecord(selector);
+    QVariant shown = currentRecord(selector);
     const bool shownGoes = shown.isValid() && condition(shown);
     removeRows(selector,
                [selector, &condition](int row) { return condition(selector->itemData(row)); });

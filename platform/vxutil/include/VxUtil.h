@@ -3,7 +3,7 @@
  * to the one function below, and to nothing else. */
 #pragma once
 
-#include <stdint.h>
+#include <stdint.h> /* NOLINT(modernize-deprecated-headers): this is C */
 
 #if defined(VXUTIL_STATIC)
 #define VXUTIL_API
