@@ -1,6 +1,7 @@
 #include "discovery/NMOSMdnsBrowser.h"
 
 #include "net/JsonText.h"
+#include "net/NodeAccess.h"
 #include "net/ResponseBody.h"
 
 #include <qmdnsengine/resolver.h>
@@ -28,11 +29,24 @@ QMap<QString, QString> decoded(const QMap<QByteArray, QByteArray> &attributes)
     return txt;
 }
 
+// Why a URL of that scheme and with that path segment is not requested; null when it is. The scheme
+// is an unknown sender's text: QNetworkAccessManager would open local files, resources and other
+// protocols just as well, so those fail with its words for a protocol that it does not know.
+QString refusal(const QString &scheme, const std::optional<QString> &segment)
+{
+    if (scheme != QLatin1String("http") && scheme != QLatin1String("https")) {
+        return QCoreApplication::translate("QNetworkReply", "Protocol \"%1\" is unknown")
+            .arg(scheme);
+    }
+    return segment ? QString() : QStringLiteral("The API version cannot be part of an address");
+}
+
 } // namespace
 
 NMOSMdnsBrowser::NMOSMdnsBrowser(QObject *parent)
     : QObject(parent)
 {
+    prepareForNodes(network);
 }
 
 NMOSMdnsBrowser::~NMOSMdnsBrowser()
@@ -139,16 +153,14 @@ void NMOSMdnsBrowser::fetchSelf(const QHostAddress &address, const QString &sche
     url.setScheme(scheme);
     url.setHost(address.toString(), QUrl::DecodedMode);
     url.setPort(svc.port());
-    url.setPath(QStringLiteral("/x-nmos/node/%1/self").arg(version), QUrl::DecodedMode);
-    // The scheme is an unknown sender's text. The network manager would open local files, resources
-    // and other protocols just as well, so those fail as a protocol unknown to it does: later, with
-    // its words.
-    if (url.scheme() != QLatin1String("http") && url.scheme() != QLatin1String("https")) {
-        const QString unknown =
-            QCoreApplication::translate("QNetworkReply", "Protocol \"%1\" is unknown")
-                .arg(url.scheme());
+    const std::optional<QString> segment = pathSegment(version);
+    url.setPath(QStringLiteral("/x-nmos/node/%1/self").arg(segment.value_or(version)),
+                QUrl::TolerantMode);
+    const QString reason = refusal(url.scheme(), segment);
+    if (!reason.isNull()) {
+        // Later, as any other failure.
         QMetaObject::invokeMethod(
-            this, [this, svc, url, unknown] { reportFailure(svc, url, unknown); },
+            this, [this, svc, url, reason] { reportFailure(svc, url, reason); },
             Qt::QueuedConnection);
         return;
     }

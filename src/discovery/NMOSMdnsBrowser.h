@@ -58,8 +58,9 @@ signals:
     // not JSON; nobody has looked at what it says.
     void nodeSelfReady(const QString &serviceName, const QUrl &url, const QJsonDocument &selfDoc);
     // The request to url failed; errorString is the text of the network layer. Also comes for an
-    // "api_proto" attribute other than http and https: such an address is never requested; and for
-    // a response body of more than 1 MiB, as sent or unpacked, as soon as that much is here.
+    // "api_proto" attribute other than http and https, and for an API version "." or "..": such an
+    // address is never requested; and for a response body of more than 1 MiB, as sent or unpacked,
+    // as soon as that much is here.
     void nodeError(const QString &serviceName, const QUrl &url, const QString &errorString);
     // The announcement is gone. Results of requests in flight may still come.
     void nodeRemoved(const QString &serviceName);
