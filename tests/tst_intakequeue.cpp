@@ -15,19 +15,6 @@ QString sendersOf(const QString &name, const SimulatedNode &node)
     return entry(name, node, QStringLiteral("Output 1"));
 }
 
-// Presses a button once the condition holds, in a timer of its own, as an operator would.
-void pressOnce(IntakeWindow &w, const QString &button, const std::function<bool()> &condition)
-{
-    auto *poll = new QTimer(&w.window);
-    QObject::connect(poll, &QTimer::timeout, &w.window, [poll, &w, button, condition] {
-        if (condition()) {
-            poll->stop();
-            w.press(button);
-        }
-    });
-    poll->start(5);
-}
-
 } // namespace
 
 class TestIntakeQueue final : public QObject {
@@ -78,11 +65,11 @@ void TestIntakeQueue::asksNodesOneAfterAnother()
         w.report(prompt, QStringLiteral("R"));
     });
     w.report(late, QStringLiteral("L"));
-    QTRY_COMPARE(entries(w.tx),
-                 (QStringList{sendersOf(QStringLiteral("L"), late),
-                              sendersOf(QStringLiteral("P"), prompt),
-                              sendersOf(QStringLiteral("Q"), prompt),
-                              sendersOf(QStringLiteral("R"), prompt)}));
+    QTRY_COMPARE(
+        entries(w.tx),
+        (QStringList{sendersOf(QStringLiteral("L"), late), sendersOf(QStringLiteral("P"), prompt),
+                     sendersOf(QStringLiteral("Q"), prompt),
+                     sendersOf(QStringLiteral("R"), prompt)}));
 }
 
 void TestIntakeQueue::noNodeWaitsBehindASilentOne()
@@ -229,7 +216,6 @@ void TestIntakeQueue::patchesAtOnceAmidReports()
     }
     QTRY_COMPARE_WITH_TIMEOUT(w.rx->count(), 4 * plant.size(), 30000);
 }
-
 
 void TestIntakeQueue::holdsUpNoCommand()
 {
