@@ -5,6 +5,7 @@
 #include "FeedAddress.h"
 #include "ReleaseFeed.h"
 #include "VxUtil.h"
+#include "WebAnswer.h"
 
 namespace {
 
@@ -24,6 +25,10 @@ QUrl releaseFeedAddress()
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QByteArray body(reinterpret_cast<const char *>(data), static_cast<int>(size));
+    for (const bool isClosed : {false, true}) {
+        const auto answer = readWebAnswer(body, isClosed);
+        require(!answer || answer->body.size() <= body.size());
+    }
     Release release;
     const int32_t result =
         readReleaseFeed(body, QStringLiteral("velmoranodepatch"), {8, 0, 180, 0}, &release);

@@ -62,7 +62,8 @@ extern "C" {
  * QCoreApplication, which need not be running its own loop yet, and not from inside itself.
  *
  * The feed is fetched with one HTTP GET, through the system's proxy where there is one. The request
- * says nothing about who asks: neither key nor version are sent. The feed is a JSON object with a member for each application key:
+ * says nothing about who asks: neither key nor version are sent. The feed is a JSON object with a
+ * member for each application key:
  *
  *     {
  *         "velmoranodepatch": {
