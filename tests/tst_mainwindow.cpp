@@ -53,7 +53,6 @@ private slots:
     void reportsFailures_data();
     void reportsFailures();
     void keepsVideoWhenOthersFail();
-    void showsNodeTextAsPlainText();
     void staysAliveWhileNodesHang();
     void closesWhileRequestsHang();
     void endsWhenARequestFollowsTheClosing();
@@ -303,19 +302,6 @@ void TestMainWindow::keepsVideoWhenOthersFail()
         QCOMPARE(rx.receiverActive(video).value(QLatin1String("master_enable")).toBool(),
                  command == connectCommand);
     }
-}
-
-void TestMainWindow::showsNodeTextAsPlainText()
-{
-    // A node's reason phrase is shown letter by letter. Boxes checks the format of every box.
-    SimulatedNode rx(NodeDescription::receiver());
-    rx.setFault(SimulatedNode::receiverStagedPath(rx.receiverIds(Essence::Video).value(0)),
-                Fault::status(400, "<h1>no</h1>", "text/html"));
-    Boxes boxes;
-    Window w;
-    Window::enter(w.rx, rx.host());
-    w.press(disconnectCommand);
-    QCOMPARE(boxes.take().size(), 1);
 }
 
 void TestMainWindow::staysAliveWhileNodesHang()

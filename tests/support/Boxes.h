@@ -52,6 +52,9 @@ public:
         return taken;
     }
 
+    // Looks at a message box before it is closed.
+    std::function<void(QMessageBox *)> inspect;
+
 private:
     void look()
     {
@@ -62,6 +65,9 @@ private:
                              __LINE__);
             }
             shown.append({box->windowTitle(), box->text(), box->icon()});
+            if (inspect) {
+                inspect(box);
+            }
             box->buttons().constFirst()->click();
         } else if (auto *dialog = qobject_cast<QDialog *>(modal)) {
             if (answerDialog) {
