@@ -188,7 +188,7 @@ void PlantTest::connectionEndsAsAsked()
     Client client(node);
     client.send("GET", senders);
     client.socket.waitForBytesWritten();
-    // The toolkit's socket tells both apart by its error text only.
+    // QTcpSocket tells both apart by its error text only.
     pollfd end{static_cast<int>(client.socket.socketDescriptor()), POLLIN, 0};
     QCOMPARE(::poll(&end, 1, 5000), 1);
     char byte = 0;

@@ -143,7 +143,7 @@ void TestSyncHttp::endsAResponseThatIsTooLarge()
     QCOMPARE(status, -1);
     QCOMPARE(error, QStringLiteral("The response is too large"));
 
-    // The toolkit's own thread has let go of it too, and serves the next request.
+    // Qt's network thread has let go of it too, and serves the next request.
     QVERIFY(!syncGet(&manager, node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"), &status,
                      &error)
                  .isEmpty());

@@ -9,11 +9,11 @@
 
 namespace {
 
-// How much the toolkit may hold before it is taken over: each time costs a large body a turn of the
-// event loop and the thread that reads a pause.
+// How much of a body QNetworkReply may hold before we take it over. Each take-over costs a turn of
+// the event loop, and the reading thread pauses meanwhile.
 constexpr qint64 readAhead = 1024 * 1024;
-// It holds each chunk of a chunked body by itself, and gives them up at a cost that grows with the
-// square of their number: more would hold up the event loop when a peer sends a byte a chunk.
+// QNetworkReply keeps each chunk of a chunked body apart, and handing them over costs the square of
+// their number: with more, a peer that sends one byte a chunk would hold up the event loop.
 constexpr qint64 readAheadInChunks = 64 * 1024;
 
 constexpr int gzipOrZlib = MAX_WBITS + 32;
@@ -116,7 +116,7 @@ void ResponseBody::collect()
         return;
     }
     if (!source->isFinished()) {
-        // Each time wakes the toolkit's thread, which a small body can do without.
+        // Each take-over wakes the network thread, which a small body can do without.
         if (source->bytesAvailable() < source->readBufferSize() / 2) {
             return;
         }
@@ -125,7 +125,10 @@ void ResponseBody::collect()
             source->setReadBufferSize(readAhead);
         }
     }
-    received.append(source->readAll());
+    // An aborted reply is finished and closed: there is nothing to read.
+    if (source->isOpen()) {
+        received.append(source->readAll());
+    }
     if (received.size() > maximum) {
         received.clear();
         reason = QStringLiteral("The response is too large");

@@ -9,13 +9,13 @@ class QNetworkReply;
 class QUrl;
 
 // Takes the body of a network reply as it arrives, and no more of it than a bound, whatever the
-// peer sends and however fast. Left to itself the toolkit keeps all that comes in. When a peer
-// sends faster than it reads, its thread does not even hear that the reply is aborted; and it
-// unpacks compressed bodies (RFC 9110, section 8.4) before anybody can count them, so that two
-// megabytes on the wire can take two gigabytes of memory.
+// peer sends and however fast. By itself QNetworkAccessManager keeps all that comes in. Its thread
+// does not notice an abort() while a peer sends faster than it reads. And it unpacks compressed
+// bodies (RFC 9110, section 8.4) before anybody can count them: two megabytes on the wire can take
+// two gigabytes of memory.
 //
 // Nothing bounds what comes before a body: a peer that sends header fields without end keeps the
-// thread of the network manager busy.
+// thread of the QNetworkAccessManager busy.
 class ResponseBody final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(ResponseBody)

@@ -49,7 +49,7 @@ void Watch::beat()
         record->finding(QStringLiteral("a turn of %1 ms").arg(turn));
     }
     // The plant takes every fault back within eight seconds.
-    if (requestActivity().depth > 0 && requestActivity().waitTime > 60000) {
+    if (requestActivity().depth > 0 && requestActivity().waitTime > std::chrono::minutes(1)) {
         record->finding(QStringLiteral("a request waits without an end"));
     }
 }
