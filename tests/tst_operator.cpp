@@ -25,7 +25,8 @@ void onceAsked(QObject *context, const SimulatedNode &node, const QString &path,
 {
     auto *poll = new QTimer(context);
     QObject::connect(poll, &QTimer::timeout, context, [poll, &node, path, function] {
-        for (const QString &line : node.requestLines()) {
+        const QStringList lines = node.requestLines();
+        for (const QString &line : lines) {
             if (line.endsWith(path)) {
                 poll->stop();
                 function();

@@ -88,8 +88,11 @@ QByteArray exchange(const QUrl &address, const QDeadlineTimer &deadline, bool *i
         socket.write(requestFor(address, route));
     };
     const bool isSecure = address.scheme() == https;
-    QObject::connect(&socket, isSecure ? &QSslSocket::encrypted : &QSslSocket::connected, &loop,
-                     send);
+    if (isSecure) {
+        QObject::connect(&socket, &QSslSocket::encrypted, &loop, send);
+    } else {
+        QObject::connect(&socket, &QSslSocket::connected, &loop, send);
+    }
     QObject::connect(&socket, &QSslSocket::readyRead, &loop, [&socket, &loop, &received] {
         received += socket.read(maximumAnswer + 1 - received.size());
         if (received.size() > maximumAnswer || readWebAnswer(received, false)) {
