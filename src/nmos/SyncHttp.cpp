@@ -150,9 +150,9 @@ bool syncPatchJson(QNetworkAccessManager *manager, const QUrl &url, const QJsonO
     if (!mayStart(error)) {
         return false;
     }
-    // Qt writes header and body separately and leaves Nagle's algorithm on. On a connection that was
-    // used before, the body waits some 40 ms for the peer's delayed acknowledgement; on a fresh one
-    // it is acknowledged at once. Dropping the idle connections also drops those that other
+    // Qt writes header and body separately and leaves Nagle's algorithm on. On a connection that
+    // was used before, the body waits some 40 ms for the peer's delayed acknowledgement; on a fresh
+    // one it is acknowledged at once. Dropping the idle connections also drops those that other
     // requests wait on, so it is done only while there are none.
     if (requestDepth == 0) {
         manager->clearConnectionCache();
