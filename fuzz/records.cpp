@@ -34,7 +34,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QString host = QStringLiteral("192.0.2.1:80");
     requireDistinctLabels(NodeRecords::listReceivers(receivers, host, QStringLiteral("%1")));
     requireDistinctLabels(NodeRecords::listSenders(flows, senders, host, QStringLiteral("%2")));
-    for (int kind = 0; kind < 3; ++kind) {
+    for (const int kind : {NmosClient::Video, NmosClient::Audio, NmosClient::Data}) {
         NmosClient::ReceiverLookup receiver;
         const bool found = NodeRecords::findReceiver(receivers, host, kind, &receiver, {});
         require(found == !receiver.id.isEmpty() && (!found || receiver.host == host));
