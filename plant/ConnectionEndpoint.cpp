@@ -219,7 +219,7 @@ QString ConnectionEndpoint::stage(const QJsonObject &request, QJsonObject *next)
             next->insert(member.key(), member.value());
         }
     }
-    const QString reason =
+    QString reason =
         stageTransportFile(request.value(QLatin1String("transport_file")).toObject(), &parameters);
     // Parameters override the transport file that comes with them.
     const QJsonObject wanted = firstLeg(request);
