@@ -78,6 +78,8 @@ MatchList::MatchList(QComboBox *owner)
             offer(text);
         }
     });
+    // The list goes with the field, and the selector may still have events then.
+    connect(field, &QObject::destroyed, this, [this] { delete this; });
     const auto forget = [this] {
         texts.clear();
         list->viewport()->update();

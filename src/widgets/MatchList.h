@@ -24,7 +24,7 @@ class MatchList final : public QObject {
     Q_DISABLE_COPY_MOVE(MatchList)
 
 public:
-    // Belongs to the selector, which must have a line edit.
+    // Belongs to the selector, which must have a line edit, and ends with that.
     explicit MatchList(QComboBox *owner);
     ~MatchList() override = default;
 
