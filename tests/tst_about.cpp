@@ -185,11 +185,12 @@ void TestAbout::showsThePanelForAWhile()
     sinceShown.start();
     const Window w;
     QFrame *panel = aboutPanel(w.window);
+    QVERIFY(panel);
     // A window manager may put the main window, which comes later, above the panel.
     RaiseWatch raised;
     panel->installEventFilter(&raised);
     QTRY_VERIFY(raised.seen);
-    QVERIFY(panel && panel->isVisible() && panel->windowType() == Qt::SplashScreen);
+    QVERIFY(panel->isVisible() && panel->windowType() == Qt::SplashScreen);
     QCOMPARE(panel->size(), QSize(300, 300));
     QStringList texts;
     const auto labels = panel->findChildren<QLabel *>();

@@ -166,6 +166,7 @@ void prepare(QComboBox *selector, const QString &placeholder)
     // Completing inline, as a combo box does by itself, writes entries into the field.
     selector->setCompleter(nullptr);
     auto *dropDown = new DropDownList(selector);
+    // cppcheck-suppress uninitdata
     QObject::connect(dropDown, &DropDownList::closed, selector,
                      [selector] { removeGone(selector); });
     new MatchList(selector);
