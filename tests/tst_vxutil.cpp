@@ -279,12 +279,14 @@ private slots:
         QElapsedTimer clock;
         clock.start();
         Release found;
-        QCOMPARE(askReleaseFeed(feedAddress(), QStringLiteral("nodepatch"), Version{8},
-                                std::chrono::milliseconds(200), &found),
-                 expected);
+        // A flood ends by its size. A machine that is busy needs a while to get that far.
+        const bool endsBySize = expected == VXUTIL_BAD_FEED;
+        const std::chrono::milliseconds limit(endsBySize ? 10000 : 200);
+        QCOMPARE(
+            askReleaseFeed(feedAddress(), QStringLiteral("nodepatch"), Version{8}, limit, &found),
+            expected);
         const qint64 took = clock.elapsed();
-        QVERIFY2((took >= 200 || expected == VXUTIL_BAD_FEED) && took < 1500,
-                 qPrintable(QString::number(took)));
+        QVERIFY2(endsBySize || (took >= 200 && took < 1500), qPrintable(QString::number(took)));
         QCOMPARE(server.requests.size(), 1); // it was this server that kept it waiting
     }
 
