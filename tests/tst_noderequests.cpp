@@ -263,8 +263,8 @@ void TestNodeRequests::logsRefusedPatches()
     client.disconnectReceiver(receiver);
     const QString url = QLatin1String("http://") + node.host() + stagedPath("r");
     QCOMPARE(refusals(),
-             QStringList(QStringLiteral("PATCH \"%1\" status 423 \"Error transferring %1 - server "
-                                        "replied: Locked\"")
+             QStringList(QStringLiteral("PATCH %1 status 423: Error transferring %1 - server "
+                                        "replied: Locked")
                              .arg(url)));
     node.answer = httpAnswer({}, "204 No Content");
     client.disconnectReceiver(receiver);

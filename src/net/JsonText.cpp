@@ -245,8 +245,9 @@ QJsonDocument parseJson(const QByteArray &text)
     }
     QByteArray readable = text;
     if (!repeats.replaced.empty()) {
-        qCInfo(jsonLog) << "A name comes again after an object or array:" << repeats.replaced.size()
-                        << "members are replaced by a later one";
+        qCInfo(jsonLog,
+               "A later member of the same name replaces %zu members, objects or arrays among them",
+               repeats.replaced.size());
         if (!isJson(numbered(text, repeats.nameBegins))) {
             return {};
         }

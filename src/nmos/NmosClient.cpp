@@ -156,7 +156,8 @@ bool NmosClient::patchStaged(const QString &host, QLatin1String collection, cons
     if (isAnswered && isSuccess(status)) {
         return true;
     }
-    qCInfo(requestLog) << "PATCH" << endpoint << "status" << status << reason;
+    qCInfo(requestLog, "PATCH %s status %d: %s", qUtf8Printable(endpoint), status,
+           qUtf8Printable(reason.simplified()));
     if (!isAnswered && error) {
         *error = reason;
     }

@@ -8,8 +8,9 @@ namespace {
 QString takePort(QString *address)
 {
     const int colon = address->lastIndexOf(QLatin1Char(':'));
+    const QString tail = address->mid(colon + 1);
     bool isNumber = false;
-    const int port = address->mid(colon + 1).toInt(&isNumber);
+    const int port = tail.toInt(&isNumber);
     if (colon < 0 || !isNumber) {
         return {};
     }
