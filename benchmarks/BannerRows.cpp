@@ -59,7 +59,7 @@ double repaint(QWidget &widget, QImage *image)
     });
 }
 
-void measure(benchmark::State &state, const QSize &size)
+Comparison::Result measure(benchmark::State &state, const QSize &size)
 {
     ProductAdRotator banner;
     PlainBanner plain;
@@ -68,7 +68,7 @@ void measure(benchmark::State &state, const QSize &size)
         widget->resize(size);
         widget->setAttribute(Qt::WA_OpaquePaintEvent);
     }
-    Comparison::compare(
+    return Comparison::compare(
         state, [&] { return repaint(banner, &image); }, [&] { return repaint(plain, &image); });
 }
 
@@ -79,11 +79,11 @@ void Rows::addBannerRows()
     Comparison::addRow(
         {"100 repaints of the banner, 1000 x 105", "picture and texts alone", "ms", 1.5, 31},
         [](auto &state) {
-            measure(state, {1000, 105});
+            return measure(state, {1000, 105});
         });
     Comparison::addRow(
         {"100 repaints of the banner, 1920 x 132", "picture and texts alone", "ms", 1.5, 31},
         [](auto &state) {
-            measure(state, {1920, 132});
+            return measure(state, {1920, 132});
         });
 }

@@ -9,16 +9,26 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
+#include <string>
 #include <vector>
 
 namespace {
 
-const char atMostKey[] = "at most";
-const char programKey[] = "program";
-const char besideKey[] = "beside";
-const char lowKey[] = "low";
-const char figureKey[] = "figure";
-const char highKey[] = "high";
+using Comparison::Heading;
+using Comparison::Result;
+
+struct Row {
+    Heading heading;
+    Result result;
+};
+
+// By the name that Google Benchmark knows the row by.
+std::map<std::string, Row> &rows()
+{
+    static std::map<std::string, Row> all;
+    return all;
+}
 
 double quantile(std::vector<double> values, double share)
 {
@@ -51,7 +61,7 @@ class TableReporter final : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context &) override
     {
-        std::printf("%s; %d processors (%s), %s, toolkit %s; load at the start %s\n\n",
+        std::printf("%s; %d processors (%s), %s, Qt %s; load at the start %s\n\n",
                     qPrintable(QSysInfo::prettyProductName()), QThread::idealThreadCount(),
                     qPrintable(processor()), qPrintable(QSysInfo::kernelVersion()), qVersion(),
                     qPrintable(loadAverage()));
@@ -63,7 +73,16 @@ public:
     void ReportRuns(const std::vector<Run> &runs) override
     {
         for (const Run &run : runs) {
-            print(run);
+            const Row &row = rows().at(run.run_name.function_name);
+            std::printf("| %s | %s |", row.heading.what.c_str(), row.heading.beside.c_str());
+            if (!row.result.error.isEmpty()) {
+                complete = false;
+                std::printf(" | | not measured: %s | | |\n", qPrintable(row.result.error));
+            } else if (row.result.sides) {
+                printRatio(row.heading, row.result.figure, *row.result.sides);
+            } else {
+                printFigure(row.heading, row.result);
+            }
         }
         std::fflush(stdout);
     }
@@ -71,54 +90,46 @@ public:
     bool complete = true;
 
 private:
-    void print(const Run &run)
+    static const char *verdict(const Heading &heading, double figure)
     {
-        // "what / beside it [unit]/iterations:n/manual_time"
-        const QString name = QString::fromStdString(run.run_name.function_name);
-        const QString what = name.section(QLatin1String(" / "), 0, 0);
-        const QString beside =
-            name.section(QLatin1String(" / "), 1).section(QLatin1Char('['), 0, 0);
-        const QString unit = name.section(QLatin1Char('['), 1).section(QLatin1Char(']'), 0, 0);
-        if (run.error_occurred) {
-            complete = false;
-            std::printf("| %s | %s | | | not measured: %s | | |\n", qPrintable(what),
-                        qPrintable(beside), run.error_message.c_str());
-            return;
-        }
-        const double figure = run.counters.at(figureKey);
-        const double atMost = run.counters.at(atMostKey);
-        const char *verdict = figure <= atMost ? "reached" : "**missed**";
-        if (run.counters.find(programKey) == run.counters.end()) {
-            std::printf("| %s | %s | %.3g %s | | | %.3g %s | %s; %s |\n", qPrintable(what),
-                        qPrintable(beside), figure, qPrintable(unit), atMost, qPrintable(unit),
-                        verdict, run.report_label.c_str());
-            return;
-        }
-        std::printf("| %s | %s | %.4g %s | %.4g %s | %.2f (%.2f to %.2f) | %.1f | %s |\n",
-                    qPrintable(what), qPrintable(beside), double(run.counters.at(programKey)),
-                    qPrintable(unit), double(run.counters.at(besideKey)), qPrintable(unit), figure,
-                    double(run.counters.at(lowKey)), double(run.counters.at(highKey)), atMost,
-                    verdict);
+        return figure <= heading.atMost ? "reached" : "**missed**";
+    }
+
+    static void printRatio(const Heading &heading, double ratio, const Result::Sides &sides)
+    {
+        const char *unit = heading.unit.c_str();
+        std::printf(" %.4g %s | %.4g %s | %.2f (%.2f to %.2f) | %.1f | %s |\n", sides.program, unit,
+                    sides.beside, unit, ratio, sides.lowRatio, sides.highRatio, heading.atMost,
+                    verdict(heading, ratio));
+    }
+
+    static void printFigure(const Heading &heading, const Result &result)
+    {
+        const char *unit = heading.unit.c_str();
+        std::printf(" %.3g %s | | | %.3g %s | %s; %s |\n", result.figure, unit, heading.atMost,
+                    unit, verdict(heading, result.figure), qPrintable(result.remark));
     }
 };
 
 } // namespace
 
-void Comparison::addRow(const Heading &heading, const Row &row)
+void Comparison::addRow(const Heading &heading, const Measurement &measure)
 {
-    const std::string name =
-        std::string(heading.what) + " / " + heading.beside + " [" + heading.unit + "]";
-    const double atMost = heading.atMost;
+    const std::string name = heading.what + " / " + heading.beside;
+    Row &row = rows()[name];
+    row.heading = heading;
     benchmark::RegisterBenchmark(name.c_str(),
-                                 [row, atMost](benchmark::State &state) {
-                                     state.counters[atMostKey] = atMost;
-                                     row(state);
+                                 [measure, &row](benchmark::State &state) {
+                                     row.result = measure(state);
+                                     if (!row.result.error.isEmpty()) {
+                                         state.SkipWithError(qPrintable(row.result.error));
+                                     }
                                  })
         ->Iterations(heading.pairs)
         ->UseManualTime();
 }
 
-void Comparison::compare(benchmark::State &state, const Measured &program, const Measured &beside)
+Result Comparison::compare(benchmark::State &state, const Side &program, const Side &beside)
 {
     program();
     beside();
@@ -134,17 +145,11 @@ void Comparison::compare(benchmark::State &state, const Measured &program, const
         ratios.push_back(programs.back() / others.back());
         state.SetIterationTime(programs.back() / 1000);
     }
-    state.counters[programKey] = quantile(programs, 0.5);
-    state.counters[besideKey] = quantile(others, 0.5);
-    state.counters[lowKey] = quantile(ratios, 0.25);
-    state.counters[figureKey] = quantile(ratios, 0.5);
-    state.counters[highKey] = quantile(ratios, 0.75);
-}
-
-void Comparison::report(benchmark::State &state, double figure, const QString &remark)
-{
-    state.counters[figureKey] = figure;
-    state.SetLabel(remark.toStdString());
+    Result result;
+    result.figure = quantile(ratios, 0.5);
+    result.sides = Result::Sides{quantile(programs, 0.5), quantile(others, 0.5),
+                                 quantile(ratios, 0.25), quantile(ratios, 0.75)};
+    return result;
 }
 
 double Comparison::timed(const std::function<void()> &call)
@@ -159,7 +164,7 @@ void Comparison::waitUntil(const std::function<bool()> &condition)
 {
     QElapsedTimer clock;
     clock.start();
-    // Wakes the loop when nothing else does.
+    // Wakes the event loop when nothing else does.
     QTimer pulse;
     pulse.start(100);
     while (!condition()) {

@@ -1,4 +1,5 @@
-// From an announcement to the entry in the selector, and what an announcement leaves in memory.
+// The time from an announcement to the entry in the selector, and the memory that announcements
+// keep.
 
 #include "Announcer.h"
 #include "Comparison.h"
@@ -31,7 +32,7 @@
 
 namespace {
 
-// A node, and the announcement that leads to it.
+// A node and its announcement.
 struct AnnouncedNode {
     explicit AnnouncedNode(const QByteArray &name)
         : node(NodeDescription::transmitter(QString::fromUtf8(name)),
@@ -47,8 +48,8 @@ struct AnnouncedNode {
     Announcement announcement;
 };
 
-// A socket that hears the multicast DNS packets of all interfaces and has the kernel note when each
-// arrived: no thread has to be awake then.
+// A socket that receives the multicast DNS packets of all interfaces. The kernel notes when each
+// arrives, so no thread has to be awake at that time.
 class Wire final {
 public:
     Wire()
@@ -78,8 +79,8 @@ public:
     }
     Q_DISABLE_COPY_MOVE(Wire)
 
-    // When the first response that names the service arrived, of the packets not yet looked at, on
-    // the monotonic clock; and looks at all of them.
+    // Reads all packets that have arrived since the last call. Returns when the first response that
+    // names the service arrived, on the monotonic clock; 0 when there is none.
     long long firstResponse(const QByteArray &name) const
     {
         timespec now{};
@@ -114,9 +115,10 @@ private:
     const int descriptor;
 };
 
-// Times how long after an announcement its service is listed by the program and printed by
-// avahi-browse, both of which hear the same one. The time counts from when the announcement is on
-// the wire: the probing for its name, which comes before, takes a second.
+// Measures the time from an announcement until the program lists its service, and until
+// avahi-browse prints it; both receive the same packets. The time begins when the announcement is
+// on the wire, because the announcer probes for a second before to find out whether the name is
+// free.
 class Race final {
 public:
     Race()
@@ -150,7 +152,7 @@ public:
     }
 
 private:
-    // Runs in a thread, which the window's work does not hold up.
+    // Runs in a thread of its own, so that the window's work does not delay it.
     void read()
     {
         std::array<char, 4096> line{};
@@ -164,7 +166,7 @@ private:
         }
     }
 
-    // Each announcement gives a figure for either side.
+    // Announces once for each pair: one announcement gives the figures of both sides.
     void announceUnlessAsked()
     {
         half = !half;
@@ -199,14 +201,15 @@ private:
     bool half = false;
 };
 
-void announcementToEntry(benchmark::State &state)
+Comparison::Result announcementToEntry(benchmark::State &state)
 {
     if (!qEnvironmentVariableIsSet("DBUS_SYSTEM_BUS_ADDRESS")) {
-        state.SkipWithError("needs avahi-daemon and avahi-browse");
-        return;
+        Comparison::Result result;
+        result.error = QStringLiteral("needs avahi-daemon and avahi-browse");
+        return result;
     }
     Race race;
-    Comparison::compare(
+    return Comparison::compare(
         state, [&race] { return race.program(); }, [&race] { return race.beside(); });
 }
 
@@ -218,7 +221,7 @@ double heapKibibytes()
 
 constexpr int updates = 1000;
 
-// What a thousand updates leave behind in a window that knows the node.
+// A window that knows a node. Measures the memory that a thousand updates of its announcement keep.
 class KnownNode final {
 public:
     KnownNode()
@@ -262,7 +265,7 @@ private:
     std::atomic<int> answered{0};
 };
 
-// What a thousand resolvers take that know for which announcement they are.
+// The memory of a thousand resolvers, each with the data of its announcement.
 double resolvers(const QMdnsEngine::Service &service)
 {
     QMdnsEngine::Server server;
@@ -281,10 +284,10 @@ double resolvers(const QMdnsEngine::Service &service)
     return heapKibibytes() - before;
 }
 
-void memoryOfUpdates(benchmark::State &state)
+Comparison::Result memoryOfUpdates(benchmark::State &state)
 {
     KnownNode known;
-    Comparison::compare(
+    return Comparison::compare(
         state, [&known] { return known.update(); }, [&known] { return resolvers(known.service); });
 }
 

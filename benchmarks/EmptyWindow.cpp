@@ -1,5 +1,6 @@
-// An empty main window of the given width and height, with the style sheet of the given path and a
-// window icon of the pictures that follow, if any.
+// Shows an empty main window, reports its first painting and ends.
+//
+//   nodepatch-empty-window WIDTH HEIGHT STYLE_SHEET [ICON...]
 
 #include "FirstPaint.h"
 

@@ -9,8 +9,8 @@
 #include <ctime>
 #include <unistd.h>
 
-// Prints when the first painting of the application's main window was over, on the monotonic clock
-// in nanoseconds, and the process's resident memory then, in KiB; and ends the program.
+// Waits for the first painting of the main window. Then prints the time of the monotonic clock in
+// nanoseconds and the process's resident memory in KiB, and ends the program.
 class FirstPaint final : public QObject {
     Q_DISABLE_COPY_MOVE(FirstPaint)
 
@@ -24,7 +24,7 @@ public:
     {
         if (event->type() == QEvent::Paint && qobject_cast<QMainWindow *>(object)) {
             qApp->removeEventFilter(this);
-            // All widgets of a window are painted and shown in one go, before the next event.
+            // Qt paints all widgets of a window and shows them before it handles the next event.
             QMetaObject::invokeMethod(this, &FirstPaint::report, Qt::QueuedConnection);
         }
         return false;

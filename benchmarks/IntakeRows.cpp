@@ -7,6 +7,7 @@
 #include "Requests.h"
 #include "Rows.h"
 #include "WindowDriver.h"
+#include "discovery/NMOSMdnsBrowser.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -21,7 +22,7 @@ struct Shape {
     int endpoints; // senders, and as many receivers, of each node
 };
 
-// Nodes that answer with texts made beforehand, so that the answering costs little.
+// Nodes whose answers are made beforehand, so that answering costs little.
 class Nodes final {
 public:
     explicit Nodes(const Shape &wanted)
@@ -49,8 +50,8 @@ public:
     Plant plant;
 };
 
-// Reports the nodes to a window as discovery does, one in each turn of the event loop, also inside
-// the waits of the intakes that have begun.
+// Reports the nodes to a window as discovery does, one in each turn of the event loop, nested loops
+// included.
 void report(const Nodes &nodes, MainWindow *window, int index)
 {
     if (index == nodes.plant.size()) {
@@ -60,8 +61,7 @@ void report(const Nodes &nodes, MainWindow *window, int index)
         report(nodes, window, index + 1);
         const SimulatedNode &node = nodes.plant.at(index);
         const QUrl self(node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"));
-        QMetaObject::invokeMethod(window, "onMdnsDeviceFound", Q_ARG(QString, node.label()),
-                                  Q_ARG(QUrl, self), Q_ARG(QJsonDocument, {}));
+        emit window->findChild<NMOSMdnsBrowser *>()->nodeSelfReady(node.label(), self, {});
     });
 }
 
@@ -74,7 +74,8 @@ void takeIn(Nodes &nodes, MainWindow *window, const WindowDriver &hands)
         [&] { return hands.rx->count() == wanted && hands.tx->count() == wanted; });
 }
 
-// By a window of its own. Answers the requests that it made, when asked.
+// The milliseconds that a new window takes. Hands over its requests in requests, if given; types
+// typed into the transmitter's selector first.
 double takeIn(Nodes &nodes, QList<Request> *requests = nullptr, const QString &typed = {})
 {
     MainWindow window;
@@ -90,11 +91,12 @@ double takeIn(Nodes &nodes, QList<Request> *requests = nullptr, const QString &t
     return time;
 }
 
-void besideBareManager(benchmark::State &state, const Shape &shape, BareManager::Answers answers)
+Comparison::Result besideBareManager(benchmark::State &state, const Shape &shape,
+                                     BareManager::Answers answers)
 {
     Nodes nodes(shape);
     QList<Request> requests;
-    Comparison::compare(
+    return Comparison::compare(
         state, [&] { return takeIn(nodes, &requests); },
         [&] {
             BareManager bare;
@@ -104,23 +106,24 @@ void besideBareManager(benchmark::State &state, const Shape &shape, BareManager:
         });
 }
 
-void besideFewer(benchmark::State &state, const Shape &more, const Shape &fewer)
+Comparison::Result besideFewer(benchmark::State &state, const Shape &more, const Shape &fewer)
 {
     Nodes moreNodes(more);
     Nodes fewerNodes(fewer);
-    Comparison::compare(
+    return Comparison::compare(
         state, [&] { return takeIn(moreNodes); }, [&] { return takeIn(fewerNodes); });
 }
 
-void besideEmptyField(benchmark::State &state, const Shape &shape, const QString &typed)
+Comparison::Result besideEmptyField(benchmark::State &state, const Shape &shape,
+                                    const QString &typed)
 {
     Nodes nodes(shape);
-    Comparison::compare(
+    return Comparison::compare(
         state, [&] { return takeIn(nodes, nullptr, typed); }, [&] { return takeIn(nodes); });
 }
 
-// How the toolkit's own part grows: it watches every connection that it keeps for later.
-void bareBesideFewer(benchmark::State &state, const Shape &more, const Shape &fewer)
+// How much of the growth is Qt's: it polls every connection that it keeps for later.
+Comparison::Result bareBesideFewer(benchmark::State &state, const Shape &more, const Shape &fewer)
 {
     Nodes moreNodes(more);
     Nodes fewerNodes(fewer);
@@ -134,10 +137,10 @@ void bareBesideFewer(benchmark::State &state, const Shape &more, const Shape &fe
             return time;
         };
     };
-    Comparison::compare(state, replay(moreNodes), replay(fewerNodes));
+    return Comparison::compare(state, replay(moreNodes), replay(fewerNodes));
 }
 
-void standStill(benchmark::State &state, const Shape &shape)
+Comparison::Result standStill(benchmark::State &state, const Shape &shape)
 {
     Nodes nodes(shape);
     takeIn(nodes);
@@ -154,7 +157,10 @@ void standStill(benchmark::State &state, const Shape &shape)
         turns.stop();
         state.SetIterationTime(1);
     }
-    Comparison::report(state, turns.shareWithin(0.99), turns.summary());
+    Comparison::Result result;
+    result.figure = turns.shareWithin(0.99);
+    result.remark = turns.summary();
+    return result;
 }
 
 } // namespace
@@ -168,19 +174,24 @@ void Rows::addIntakeRows()
     constexpr Shape widerNode{1, 10000};
     addRow({"Intake of 1,000 nodes with 16 senders and 16 receivers", "the same GETs, bare manager",
             "ms", 1.3, 7},
-           [=](auto &state) { besideBareManager(state, manyNodes, BareManager::Answers::Read); });
+           [=](auto &state) {
+               return besideBareManager(state, manyNodes, BareManager::Answers::Read);
+           });
     addRow({"Intake of 1,000 nodes", "of 500", "ms", 2.2, 7},
-           [=](auto &state) { besideFewer(state, manyNodes, halfOfThem); });
+           [=](auto &state) { return besideFewer(state, manyNodes, halfOfThem); });
     addRow({"The same GETs by a bare manager, 1,000 nodes", "of 500", "ms", 2.2, 7},
-           [=](auto &state) { bareBesideFewer(state, manyNodes, halfOfThem); });
+           [=](auto &state) { return bareBesideFewer(state, manyNodes, halfOfThem); });
     addRow({"Stand-still of the event loop meanwhile, 99 % of its turns", "", "ms", 16.7, 3},
-           [=](auto &state) { standStill(state, manyNodes); });
+           [=](auto &state) { return standStill(state, manyNodes); });
     addRow({"Listing a node with 5,000 senders and 5,000 receivers",
             "the same GETs and a parse, bare manager", "ms", 1.5, 11},
-           [=](auto &state) { besideBareManager(state, wideNode, BareManager::Answers::Parse); });
-    // No address: it would be asked.
-    addRow({"The same while the operator searches", "nothing typed", "ms", 1.2, 11},
-           [=](auto &state) { besideEmptyField(state, wideNode, QStringLiteral("no such")); });
+           [=](auto &state) {
+               return besideBareManager(state, wideNode, BareManager::Answers::Parse);
+           });
+    // The text is no address, because the program sends requests to an address.
+    addRow(
+        {"The same while the operator searches", "nothing typed", "ms", 1.2, 11},
+        [=](auto &state) { return besideEmptyField(state, wideNode, QStringLiteral("no such")); });
     addRow({"Listing a node with 10,000 of each", "with 5,000", "ms", 2.2, 11},
-           [=](auto &state) { besideFewer(state, widerNode, wideNode); });
+           [=](auto &state) { return besideFewer(state, widerNode, wideNode); });
 }

@@ -7,7 +7,7 @@
 
 namespace {
 
-// Milliseconds that this thread has been running.
+// The milliseconds of processor time that this thread has used.
 double threadTime()
 {
     timespec time{};
@@ -45,7 +45,7 @@ QString LoopTurns::summary() const
              QString::number(mostComputing, 'f', 1), mostPlace);
 }
 
-// A nested loop begins with looking at what has come in, which ends the turn around it.
+// A nested loop begins by looking for events, which ends the turn of the loop around it.
 void LoopTurns::beginTurn()
 {
     endTurn();

@@ -6,9 +6,10 @@
 #include <functional>
 #include <vector>
 
-// How long the event loop is busy from one look at what has come in to the next, in milliseconds:
-// so long does a click wait. The dispatcher must be the toolkit's own (QT_NO_GLIB); GLib's does not
-// tell when it has waited.
+// Measures the turns of the event loop, in milliseconds. A turn begins when the loop looks for
+// events and ends when it looks again, also in a nested loop; a click waits for at most one turn.
+//
+// Needs Qt's own event dispatcher (QT_NO_GLIB); GLib's does not report when it has waited.
 class LoopTurns final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(LoopTurns)
@@ -16,14 +17,15 @@ class LoopTurns final : public QObject {
 public:
     LoopTurns() = default;
 
-    // place says how far things are; it is asked at the end of each turn that computed longest so
-    // far.
+    // Begins to measure. place returns how far the work is; it is called at the end of each turn
+    // that computed longer than all before it.
     void start(const std::function<QString()> &place);
     void stop();
 
-    // What the given share of the turns stays within.
+    // The time that the given share of the turns does not exceed; share is from 0 to 1. There must
+    // have been a turn.
     double shareWithin(double share) const;
-    // How many turns there were, the longest of them, and the one that computed longest.
+    // A line with the number of turns, the longest, and the longest computing with its place.
     QString summary() const;
 
 private:
@@ -32,9 +34,10 @@ private:
 
     std::function<QString()> where;
     QElapsedTimer clock;
-    double computed = 0; // by this thread, when the turn began
+    double computed = 0; // this thread's processor time when the turn began
     std::vector<double> turns;
-    // By this thread in one turn. A turn can be longer because something else had the processor.
+    // The most processor time that this thread took in one turn, and where. A turn can be longer
+    // because another process had the processor.
     double mostComputing = 0;
     QString mostPlace;
 };

@@ -1,5 +1,5 @@
-// Measures what the program does beside what does the same work otherwise, and prints a table.
-// Meant to run in a network of its own: scripts/benchmark.
+// Measures what the program does beside something that does the same work, and prints a table. Run
+// it with scripts/benchmark, in a network of its own.
 
 #include "Announcer.h"
 #include "Application.h"
@@ -28,7 +28,7 @@ int main(int argc, char *argv[])
     Application::setAppearance();
     Announcer::silenceAvahi();
     qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
-        // The program's log costs what the terminal costs that shows it.
+        // The log is left out: what it costs depends on the terminal.
         if (type == QtFatalMsg) {
             std::fprintf(stderr, "%s\n", qPrintable(text));
         }
@@ -37,7 +37,9 @@ int main(int argc, char *argv[])
     Rows::addIntakeRows();
     Rows::addStartRows();
     Rows::addDiscoveryRows();
+    Rows::addEngineRows();
     Rows::addBannerRows();
+    Rows::addSelectorRows();
     QTimer::singleShot(0, &app, [] { QApplication::exit(Comparison::runAll() ? 0 : 1); });
     return QApplication::exec();
 }

@@ -1,4 +1,4 @@
-// Connect and disconnect of video, audio and data.
+// Connecting and disconnecting video, audio and data.
 
 #include "Comparison.h"
 #include "MainWindow.h"
@@ -10,7 +10,8 @@
 
 namespace {
 
-// A transmitter and a receiver that answer so late, and a window that names them.
+// A transmitter and a receiver that answer after delay milliseconds, and a window whose selectors
+// name them.
 struct PatchedPair {
     explicit PatchedPair(int delay)
         : transmitter(NodeDescription::transmitter(), QHostAddress(QStringLiteral("127.0.0.10")))
@@ -39,13 +40,14 @@ const QString disconnectCommand = QStringLiteral("Disconnect Rx");
 
 using Replay = std::function<void(const QList<Request> &)>;
 
-void measure(benchmark::State &state, const QString &command, int delay, const Replay &replay)
+Comparison::Result measure(benchmark::State &state, const QString &command, int delay,
+                           const Replay &replay)
 {
     PatchedPair pair(delay);
     pair.hands.press(connectCommand);
     pair.recorder.take();
     QList<Request> requests;
-    Comparison::compare(
+    return Comparison::compare(
         state,
         [&] {
             const double time = Comparison::timed([&] { pair.hands.press(command); });
@@ -54,7 +56,7 @@ void measure(benchmark::State &state, const QString &command, int delay, const R
         },
         [&] {
             if (requests.isEmpty()) {
-                qFatal("nothing was asked");
+                qFatal("the command sent no request");
             }
             const double time = Comparison::timed([&] { replay(requests); });
             pair.recorder.take();
@@ -87,13 +89,12 @@ void Rows::addPatchRows()
         Comparison::addRow(row.heading, [row](benchmark::State &state) {
             if (row.byCurl) {
                 CurlHandle curl;
-                measure(state, row.command, row.delay,
-                        [&curl](const QList<Request> &requests) { curl.replay(requests); });
-            } else {
-                BareManager bare;
-                measure(state, row.command, row.delay,
-                        [&bare](const QList<Request> &requests) { bare.replay(requests); });
+                return measure(state, row.command, row.delay,
+                               [&curl](const QList<Request> &requests) { curl.replay(requests); });
             }
+            BareManager bare;
+            return measure(state, row.command, row.delay,
+                           [&bare](const QList<Request> &requests) { bare.replay(requests); });
         });
     }
 }

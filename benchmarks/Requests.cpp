@@ -35,7 +35,7 @@ void BareManager::replay(const QList<Request> &requests, Answers answers)
         const QByteArray body = reply->readAll();
         if (reply->error() != QNetworkReply::NoError
             || (answers == Answers::Parse && QJsonDocument::fromJson(body).isNull())) {
-            qFatal("the toolkit failed: %s", qPrintable(reply->errorString()));
+            qFatal("QNetworkAccessManager failed: %s", qPrintable(reply->errorString()));
         }
     }
 }
@@ -74,7 +74,8 @@ void CurlHandle::replay(const QList<Request> &requests)
         curl_easy_setopt(d->handle, CURLOPT_URL, request.url.toEncoded().constData());
         curl_easy_setopt(d->handle, CURLOPT_HTTPGET, 1L);
         if (hasBody) {
-            curl_easy_setopt(d->handle, CURLOPT_POSTFIELDSIZE, long(request.body.size()));
+            curl_easy_setopt(d->handle, CURLOPT_POSTFIELDSIZE,
+                             static_cast<long>(request.body.size()));
             curl_easy_setopt(d->handle, CURLOPT_POSTFIELDS, request.body.constData());
         }
         curl_easy_setopt(d->handle, CURLOPT_HTTPHEADER, hasBody ? d->jsonHeader : nullptr);

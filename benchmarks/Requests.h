@@ -16,15 +16,15 @@ struct Request {
     QByteArray body;
 };
 
-// Notes what nodes are asked, all in one order.
+// Records the requests that nodes receive, in the order of their arrival.
 class Recorder final {
 public:
     Recorder() = default;
     Q_DISABLE_COPY_MOVE(Recorder)
 
-    // The node must not be asked any more once the recorder is gone.
+    // Records what this node receives. No request may come after the recorder is gone.
     void watch(SimulatedNode &node);
-    // What was asked since the last call.
+    // The requests since the last call.
     QList<Request> take();
 
 private:
@@ -32,8 +32,8 @@ private:
     QList<Request> requests;
 };
 
-// Sends the requests one after another as the toolkit does on its own, and reads the answers;
-// parses them as JSON when asked to. Ends the program when one fails.
+// Sends requests one after another with a QNetworkAccessManager that is left at its defaults, and
+// reads the answers or parses them as JSON. Ends the program when one fails.
 class BareManager final {
 public:
     enum class Answers { Read, Parse };
@@ -43,7 +43,7 @@ private:
     QNetworkAccessManager manager;
 };
 
-// The same by libcurl on one handle that keeps its connections.
+// Does the same with one libcurl handle, which keeps its connections.
 class CurlHandle final {
 public:
     CurlHandle();

@@ -7,6 +7,8 @@ void addPatchRows();
 void addIntakeRows();
 void addStartRows();
 void addDiscoveryRows();
+void addEngineRows();
 void addBannerRows();
+void addSelectorRows();
 
 } // namespace Rows

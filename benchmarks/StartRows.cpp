@@ -1,4 +1,4 @@
-// Whole processes, from their start to the end of the first painting of the main window.
+// The start of a process, until its main window has been painted for the first time.
 
 #include "Comparison.h"
 #include "MainWindow.h"
@@ -32,7 +32,7 @@ Start startOf(const QString &program)
     return {static_cast<double>(end - begin) / 1e6, kibibytes / 1024};
 }
 
-// The home directory is this run's own: see main().
+// main() sets a home directory that this run alone uses.
 void forgetSettings()
 {
     QDir(qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Velmora")).removeRecursively();
@@ -40,7 +40,7 @@ void forgetSettings()
 
 enum class Beside { BareWindow, WindowWithIcon };
 
-void measure(benchmark::State &state, bool cold, double Start::*figure, Beside beside)
+Comparison::Result measure(benchmark::State &state, bool cold, double Start::*figure, Beside beside)
 {
     const QString sources = QStringLiteral(SOURCES);
     const QSize size = MainWindow().sizeHint();
@@ -50,7 +50,7 @@ void measure(benchmark::State &state, bool cold, double Start::*figure, Beside b
     if (beside == Beside::WindowWithIcon) {
         empty += QStringLiteral(" %1/img/NodePatch_Icon_*.png").arg(sources);
     }
-    Comparison::compare(
+    return Comparison::compare(
         state,
         [=] {
             if (cold) {
@@ -67,13 +67,17 @@ void Rows::addStartRows()
 {
     using Comparison::addRow;
     const char bare[] = "empty QMainWindow, same style sheet";
-    addRow({"Start to first paint, no settings yet", bare, "ms", 1.5, 21},
-           [](auto &state) { measure(state, true, &Start::milliseconds, Beside::BareWindow); });
-    addRow({"Start to first paint, settings of an earlier run", bare, "ms", 1.5, 21},
-           [](auto &state) { measure(state, false, &Start::milliseconds, Beside::BareWindow); });
-    addRow({"The same", "with the same window icon, too", "ms", 1.5, 21}, [](auto &state) {
-        measure(state, false, &Start::milliseconds, Beside::WindowWithIcon);
+    addRow({"Start to first paint, no settings yet", bare, "ms", 1.5, 21}, [](auto &state) {
+        return measure(state, true, &Start::milliseconds, Beside::BareWindow);
     });
-    addRow({"Resident memory then", bare, "MiB", 1.5, 5},
-           [](auto &state) { measure(state, false, &Start::mebibytes, Beside::BareWindow); });
+    addRow({"Start to first paint, settings of an earlier run", bare, "ms", 1.5, 21},
+           [](auto &state) {
+               return measure(state, false, &Start::milliseconds, Beside::BareWindow);
+           });
+    addRow({"The same", "with the same window icon, too", "ms", 1.5, 21}, [](auto &state) {
+        return measure(state, false, &Start::milliseconds, Beside::WindowWithIcon);
+    });
+    addRow({"Resident memory then", bare, "MiB", 1.5, 5}, [](auto &state) {
+        return measure(state, false, &Start::mebibytes, Beside::BareWindow);
+    });
 }

@@ -1,4 +1,4 @@
-// The program's main(), which tells about its first painting and ends.
+// The program's main(), but it reports its first painting and ends.
 
 #include "Application.h"
 #include "FirstPaint.h"

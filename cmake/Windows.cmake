@@ -1,6 +1,6 @@
 # nodepatch_windows_resources(TARGET)
 #
-# Makes a program a Windows one: no console window, the toolkit's WinMain that calls main, and the
+# Makes a program a Windows one: no console window, Qt's WinMain that calls main, and the
 # file icon, version information and manifest. Does nothing for other systems. Call it from the
 # directory that makes the target, after OUTPUT_NAME is set.
 include(${CMAKE_CURRENT_LIST_DIR}/Identity.cmake)

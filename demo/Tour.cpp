@@ -29,6 +29,7 @@
 #include <QTimer>
 #include <QWindow>
 
+#include <chrono>
 #include <cstdio>
 #include <functional>
 
@@ -43,12 +44,12 @@ void say(const QString &line)
     std::fflush(stdout);
 }
 
-bool waitFor(const std::function<bool()> &condition, int milliseconds = 10000)
+// False when the condition does not hold within ten seconds.
+bool waitFor(const std::function<bool()> &condition)
 {
-    QElapsedTimer clock;
-    clock.start();
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!condition()) {
-        if (clock.hasExpired(milliseconds)) {
+        if (std::chrono::steady_clock::now() > end) {
             return false;
         }
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 20);
@@ -56,7 +57,7 @@ bool waitFor(const std::function<bool()> &condition, int milliseconds = 10000)
     return true;
 }
 
-// Asks a node itself, past the program.
+// Asks a node directly, not through the program.
 QJsonDocument ask(const QString &host, const QString &path)
 {
     QNetworkAccessManager manager;
@@ -66,14 +67,13 @@ QJsonDocument ask(const QString &host, const QString &path)
     return QJsonDocument::fromJson(reply->readAll());
 }
 
-// A message box in the middle of the tour is a step that failed. It is closed, or nothing would go
-// on.
+// A message box means that a step of the tour has failed. It is closed, so that the tour can end.
 class BoxWatch final : public QObject {
 public:
     BoxWatch()
     {
         connect(&timer, &QTimer::timeout, this, &BoxWatch::look);
-        timer.start(20);
+        timer.start(std::chrono::milliseconds(20));
     }
 
     QString complaint;
@@ -204,7 +204,7 @@ private:
                 WindowDriver::press(dialog, QStringLiteral("Close"));
             }
         });
-        timer.start(100);
+        timer.start(std::chrono::milliseconds(100));
         BoxWatch watch;
         driver.press(QStringLiteral("Transmitter IP: show SDP"));
         const QString text = QGuiApplication::clipboard()->text();

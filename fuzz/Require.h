@@ -6,8 +6,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
-// A fuzz target's claim about what it called. Ends the process when it does not hold, in every kind
-// of build.
+// Ends the process when a condition does not hold, also in builds without assertions.
 inline void require(bool holds)
 {
     if (!holds) {

@@ -1,10 +1,11 @@
-// The release feed: what it names is shown to the operator and opened in his browser.
+// The release feed. The program shows what it names, and opens it in the web browser.
 
 #include "Require.h"
 
 #include "FeedAddress.h"
 #include "ReleaseFeed.h"
 #include "VxUtil.h"
+#include "WebAnswer.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ bool isWeb(const QByteArray &address)
 
 } // namespace
 
-// The rest of the library asks for it.
+// The library needs it to link; nothing here calls it.
 QUrl releaseFeedAddress()
 {
     return {};
@@ -24,6 +25,10 @@ QUrl releaseFeedAddress()
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QByteArray body(reinterpret_cast<const char *>(data), static_cast<int>(size));
+    for (const bool isClosed : {false, true}) {
+        const auto answer = readWebAnswer(body, isClosed);
+        require(!answer || answer->body.size() <= body.size());
+    }
     Release release;
     const int32_t result =
         readReleaseFeed(body, QStringLiteral("velmoranodepatch"), {8, 0, 180, 0}, &release);

@@ -1,9 +1,8 @@
-// Names and attributes of DNS-SD records as they come out of Avahi. The input is the data of a
-// record; its first byte says of which type.
+// Reading names and attributes of the DNS-SD records that Avahi hands over. The input's first byte
+// chooses the type of a record; the rest is its data.
 
+#include "RecordLookup.h"
 #include "Require.h"
-
-#include <RecordLookup.h>
 
 #include <avahi-common/domain.h>
 #include <avahi-core/rr.h>
@@ -33,7 +32,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     constexpr std::array<uint16_t, 3> types{AVAHI_DNS_TYPE_PTR, AVAHI_DNS_TYPE_SRV,
                                             AVAHI_DNS_TYPE_TXT};
-    // Avahi's length fields are of 16 bits; a record in a datagram is always shorter.
+    // Avahi's length fields have 16 bits. A record in a datagram is always shorter.
     if (size < 2 || size > 9000) {
         return 0;
     }

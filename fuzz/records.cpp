@@ -1,5 +1,5 @@
-// A node's collections into the records that the operator chooses from. The input's first four
-// lines are the bodies of devices, flows, senders and receivers.
+// Making the records that the operator chooses from out of a node's collections. The input's first
+// four lines are the bodies of devices, flows, senders and receivers.
 
 #include "Require.h"
 
@@ -34,7 +34,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QString host = QStringLiteral("192.0.2.1:80");
     requireDistinctLabels(NodeRecords::listReceivers(receivers, host, QStringLiteral("%1")));
     requireDistinctLabels(NodeRecords::listSenders(flows, senders, host, QStringLiteral("%2")));
-    for (int kind = 0; kind < 3; ++kind) {
+    for (const int kind : {NmosClient::Video, NmosClient::Audio, NmosClient::Data}) {
         NmosClient::ReceiverLookup receiver;
         const bool found = NodeRecords::findReceiver(receivers, host, kind, &receiver, {});
         require(found == !receiver.id.isEmpty() && (!found || receiver.host == host));

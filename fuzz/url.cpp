@@ -1,4 +1,4 @@
-// Address texts that an operator types or a node names.
+// Turning the addresses that an operator types or a node names into URLs.
 
 #include "Require.h"
 

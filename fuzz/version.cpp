@@ -1,4 +1,4 @@
-// The "api_ver" attribute of an announcement, which ends up in a path.
+// Choosing a version from the "api_ver" attribute of an announcement, for the path of a request.
 
 #include "Require.h"
 
@@ -15,7 +15,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     require(!version.isEmpty() && !version.contains(QLatin1Char(',')));
     require(version == version.trimmed());
     require(version == QLatin1String("v1.3") || text.contains(version));
-    // What was chosen stays the choice.
+    // Choosing from the result gives the same result.
     require(NMOSMdnsBrowser::selectApiVersion(version) == version);
     return 0;
 }

@@ -1,5 +1,7 @@
 #include "Announcer.h"
 
+#include <QHash>
+
 #include <avahi-common/domain.h>
 #include <avahi-common/malloc.h>
 #include <avahi-common/strlst.h>
@@ -12,9 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
-#include <map>
 #include <mutex>
-#include <utility>
 #include <vector>
 
 #include <arpa/inet.h>
@@ -24,9 +24,11 @@
 namespace {
 
 constexpr const char *domain = "local";
+constexpr const char *serviceType = "_nmos-node._tcp";
+constexpr const char *fullType = "_nmos-node._tcp.local";
 
-// Avahi's poll interface, which also notes the sockets it is to watch: there is no other way to
-// learn them, and falling silent needs them.
+// Avahi's poll interface, which also notes the sockets that the server has watched. vanish() needs
+// them, and Avahi has no other way to tell them.
 struct NotingPoll : AvahiPoll {
     explicit NotingPoll(const AvahiPoll &real)
         : AvahiPoll(real)
@@ -44,18 +46,19 @@ struct NotingPoll : AvahiPoll {
     mutable std::vector<int> descriptors;
 };
 
-struct Service {
-    Announcement announcement;
-    AvahiSEntryGroup *group = nullptr;
-};
+// Avahi's event loop, on a thread of its own. Every use of a server's objects needs its lock.
+struct Poll {
+    void lock() const
+    {
+        avahi_threaded_poll_lock(api);
+    }
+    void unlock() const
+    {
+        avahi_threaded_poll_unlock(api);
+    }
 
-// The address records that all services of a host share; they go with the last of those.
-struct Host {
-    AvahiSEntryGroup *group = nullptr;
-    int services = 0;
+    AvahiThreadedPoll *const api = avahi_threaded_poll_new();
 };
-
-using ServiceKey = std::pair<QByteArray, QByteArray>; // type, instance
 
 AvahiStringList *txtList(const QList<QByteArray> &strings)
 {
@@ -83,7 +86,7 @@ AvahiAddress avahiAddress(const QHostAddress &address)
     return result;
 }
 
-// Adds a record of that name, its data set by the function given. False when the name is none.
+// Adds a record of that name; the function sets its data. False when the name is not valid.
 template <typename SetData>
 bool addRecord(AvahiServer *server, AvahiSEntryGroup *group, const QByteArray &name, uint16_t type,
                int flags, const SetData &setData)
@@ -117,38 +120,11 @@ bool addTxt(AvahiServer *server, AvahiSEntryGroup *group, const QByteArray &name
 }
 
 // The instance's full name as Avahi writes names; empty when it cannot be one.
-QByteArray serviceName(const QByteArray &instance, const QByteArray &type)
+QByteArray serviceName(const QByteArray &instance)
 {
-    if (instance.isEmpty() || instance.size() > 63 || instance.contains('\0')) {
-        return {};
-    }
-    std::array<char, AVAHI_LABEL_MAX * 4> escaped{};
-    char *end = escaped.data();
-    size_t left = escaped.size();
-    if (!avahi_escape_label(instance.constData(), static_cast<size_t>(instance.size()), &end,
-                            &left)) {
-        return {};
-    }
-    return QByteArray(escaped.data()) + '.' + type + '.' + domain;
-}
-
-// A service's records, one by one: Avahi's function for services always adds a TXT record.
-bool addService(AvahiServer *server, AvahiSEntryGroup *group, const Announcement &announcement)
-{
-    const QByteArray name = serviceName(announcement.instance, announcement.type);
-    const QByteArray type = announcement.type + '.' + domain;
-    const QByteArray host = announcement.hostName + '.' + domain;
-    if (name.isEmpty() || !avahi_is_valid_service_type_strict(announcement.type.constData())) {
-        return false;
-    }
-    const auto setLocation = [&](auto *data) {
-        data->srv.port = announcement.port;
-        data->srv.name = avahi_strdup(host.constData());
-    };
-    return addRecord(server, group, name, AVAHI_DNS_TYPE_SRV, AVAHI_PUBLISH_UNIQUE, setLocation)
-        && (!announcement.hasTxt || addTxt(server, group, name, announcement.txt))
-        && addPointer(server, group, type, name)
-        && addPointer(server, group, "_services._dns-sd._udp.local", type);
+    std::array<char, AVAHI_DOMAIN_NAME_MAX> name{};
+    avahi_service_name_join(name.data(), name.size(), instance.constData(), serviceType, domain);
+    return name.data();
 }
 
 bool addAddresses(AvahiServer *server, AvahiSEntryGroup *group, const Announcement &announcement)
@@ -163,6 +139,23 @@ bool addAddresses(AvahiServer *server, AvahiSEntryGroup *group, const Announceme
         }
     }
     return true;
+}
+
+// Adds the records one by one, because Avahi's function for services always adds a TXT record.
+bool addService(AvahiServer *server, AvahiSEntryGroup *group, const Announcement &announcement)
+{
+    const QByteArray name = serviceName(announcement.instance);
+    const QByteArray host = announcement.hostName + '.' + domain;
+    const auto setLocation = [&](auto *data) {
+        data->srv.port = announcement.port;
+        data->srv.name = avahi_strdup(host.constData());
+    };
+    return !name.isEmpty()
+        && addRecord(server, group, name, AVAHI_DNS_TYPE_SRV, AVAHI_PUBLISH_UNIQUE, setLocation)
+        && (!announcement.hasTxt || addTxt(server, group, name, announcement.txt))
+        && addPointer(server, group, fullType, name)
+        && addPointer(server, group, "_services._dns-sd._udp.local", fullType)
+        && addAddresses(server, group, announcement);
 }
 
 AvahiServer *newServer(const AvahiPoll *poll)
@@ -186,117 +179,26 @@ AvahiServer *newServer(const AvahiPoll *poll)
 } // namespace
 
 struct Announcer::Private {
-    // Holds the poll loop still: every use of the server's objects needs it.
-    class Lock {
-    public:
-        explicit Lock(const Private &owner)
-            : guard(owner.mutex)
-            , poll(owner.poll)
-        {
-            if (poll) {
-                avahi_threaded_poll_lock(poll);
-            }
-        }
-        ~Lock()
-        {
-            if (poll) {
-                avahi_threaded_poll_unlock(poll);
-            }
-        }
-        Q_DISABLE_COPY_MOVE(Lock)
-
-    private:
-        std::scoped_lock<std::mutex> guard;
-        AvahiThreadedPoll *const poll;
-    };
-
-    void end();
-    bool addHost(const Announcement &announcement);
-    void releaseHost(const QByteArray &name);
-    bool isInState(const ServiceKey &key, AvahiEntryGroupState state, bool both) const;
-
-    mutable std::mutex mutex;
-    AvahiThreadedPoll *poll = nullptr; // with the server, or none
-    std::unique_ptr<NotingPoll> notingPoll;
+    Poll poll;
+    NotingPoll notingPoll{*avahi_threaded_poll_get(poll.api)};
     AvahiServer *server = nullptr;
-    std::map<ServiceKey, Service> services;
-    std::map<QByteArray, Host> hosts;
+    QHash<QByteArray, AvahiSEntryGroup *> services; // by instance
 };
-
-// To be called with the thread stopped: the server's callbacks must not run meanwhile.
-void Announcer::Private::end()
-{
-    if (server) {
-        avahi_server_free(server);
-        server = nullptr;
-    }
-    if (poll) {
-        avahi_threaded_poll_free(poll);
-        poll = nullptr;
-    }
-    services.clear();
-    hosts.clear();
-}
-
-bool Announcer::Private::addHost(const Announcement &announcement)
-{
-    Host &host = hosts[announcement.hostName];
-    if (host.services++ > 0) {
-        return true;
-    }
-    host.group = avahi_s_entry_group_new(server, nullptr, nullptr);
-    return host.group && addAddresses(server, host.group, announcement)
-        && (avahi_s_entry_group_is_empty(host.group)
-            || avahi_s_entry_group_commit(host.group) >= 0);
-}
-
-void Announcer::Private::releaseHost(const QByteArray &name)
-{
-    const auto host = hosts.find(name);
-    if (--host->second.services == 0) {
-        if (host->second.group) {
-            avahi_s_entry_group_free(host->second.group);
-        }
-        hosts.erase(host);
-    }
-}
-
-// Whether the service's records, or those of its host, or both are in that state.
-bool Announcer::Private::isInState(const ServiceKey &key, AvahiEntryGroupState state,
-                                   bool both) const
-{
-    const auto service = services.find(key);
-    if (service == services.end()) {
-        return false;
-    }
-    AvahiSEntryGroup *const hostGroup = hosts.at(service->second.announcement.hostName).group;
-    const bool own = avahi_s_entry_group_get_state(service->second.group) == state;
-    const bool hostsToo = avahi_s_entry_group_is_empty(hostGroup)
-        ? both
-        : avahi_s_entry_group_get_state(hostGroup) == state;
-    return both ? own && hostsToo : own || hostsToo;
-}
 
 Announcer::Announcer()
     : d(std::make_unique<Private>())
 {
-    d->poll = avahi_threaded_poll_new();
-    if (!d->poll) {
-        return;
-    }
-    d->notingPoll = std::make_unique<NotingPoll>(*avahi_threaded_poll_get(d->poll));
-    d->server = newServer(d->notingPoll.get());
-    if (!d->server || avahi_threaded_poll_start(d->poll) < 0) {
-        d->end();
-    }
+    d->server = newServer(&d->notingPoll);
+    avahi_threaded_poll_start(d->poll.api);
 }
 
 Announcer::~Announcer()
 {
-    if (d->poll) {
-        avahi_threaded_poll_stop(d->poll);
+    avahi_threaded_poll_stop(d->poll.api);
+    if (d->server) {
+        avahi_server_free(d->server);
     }
-    d->end();
+    avahi_threaded_poll_free(d->poll.api);
 }
 
 void Announcer::silenceAvahi()
@@ -306,80 +208,53 @@ void Announcer::silenceAvahi()
 
 bool Announcer::isRunning() const
 {
-    const Private::Lock lock(*d);
     return d->server != nullptr;
 }
 
 bool Announcer::announce(const Announcement &announcement)
 {
-    const Private::Lock lock(*d);
-    const ServiceKey key{announcement.type, announcement.instance};
-    if (!d->server || d->services.count(key) > 0) {
+    const std::scoped_lock lock(d->poll);
+    if (!d->server || d->services.contains(announcement.instance)) {
         return false;
     }
     AvahiSEntryGroup *const group = avahi_s_entry_group_new(d->server, nullptr, nullptr);
-    if (d->addHost(announcement) && group && addService(d->server, group, announcement)
-        && avahi_s_entry_group_commit(group) >= 0) {
-        d->services.insert({key, {announcement, group}});
-        return true;
+    if (!addService(d->server, group, announcement) || avahi_s_entry_group_commit(group) < 0) {
+        avahi_s_entry_group_free(group);
+        return false;
     }
+    d->services.insert(announcement.instance, group);
+    return true;
+}
+
+bool Announcer::updateTxt(const QByteArray &instance, const QList<QByteArray> &txt)
+{
+    const std::scoped_lock lock(d->poll);
+    AvahiSEntryGroup *const group = d->services.value(instance);
+    return group && addTxt(d->server, group, serviceName(instance), txt, AVAHI_PUBLISH_UPDATE);
+}
+
+bool Announcer::withdraw(const QByteArray &instance)
+{
+    const std::scoped_lock lock(d->poll);
+    AvahiSEntryGroup *const group = d->services.take(instance);
     if (group) {
         avahi_s_entry_group_free(group);
     }
-    d->releaseHost(announcement.hostName);
-    return false;
-}
-
-bool Announcer::updateTxt(const QByteArray &instance, const QList<QByteArray> &txt,
-                          const QByteArray &type)
-{
-    const Private::Lock lock(*d);
-    const auto service = d->services.find({type, instance});
-    if (service == d->services.end() || !service->second.announcement.hasTxt) {
-        return false;
-    }
-    service->second.announcement.txt = txt;
-    return addTxt(d->server, service->second.group, serviceName(instance, type), txt,
-                  AVAHI_PUBLISH_UPDATE);
-}
-
-bool Announcer::withdraw(const QByteArray &instance, const QByteArray &type)
-{
-    const Private::Lock lock(*d);
-    const auto service = d->services.find({type, instance});
-    if (service == d->services.end()) {
-        return false;
-    }
-    avahi_s_entry_group_free(service->second.group);
-    d->releaseHost(service->second.announcement.hostName);
-    d->services.erase(service);
-    return true;
+    return group;
 }
 
 void Announcer::vanish()
 {
-    const std::scoped_lock guard(d->mutex);
-    if (!d->poll) {
-        return;
-    }
-    avahi_threaded_poll_stop(d->poll);
-    // Freeing the server says goodbye, and nothing forbids it that: so it says it to nobody.
+    avahi_threaded_poll_stop(d->poll.api);
+    // Freeing the server sends goodbyes, which no option turns off: they go to /dev/null.
     const int nobody = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    for (const int descriptor : d->notingPoll->descriptors) {
+    for (const int descriptor : d->notingPoll.descriptors) {
         ::dup3(nobody, descriptor, O_CLOEXEC);
     }
     ::close(nobody);
-    d->end();
-}
-
-bool Announcer::isEstablished(const QByteArray &instance, const QByteArray &type) const
-{
-    const Private::Lock lock(*d);
-    return d->isInState({type, instance}, AVAHI_ENTRY_GROUP_ESTABLISHED, true);
-}
-
-bool Announcer::hasCollision(const QByteArray &instance, const QByteArray &type) const
-{
-    const Private::Lock lock(*d);
-    return d->isInState({type, instance}, AVAHI_ENTRY_GROUP_COLLISION, false);
+    if (d->server) {
+        avahi_server_free(d->server);
+    }
+    d->server = nullptr;
+    d->services.clear();
 }

@@ -6,13 +6,12 @@
 
 #include <memory>
 
-// A DNS-SD service (RFC 6763) as it is announced. From the start: a node's Node API.
+// A Node API as it is announced: a DNS-SD service (RFC 6763) of the type _nmos-node._tcp.
 struct Announcement {
     QByteArray instance; // UTF-8, at most 63 bytes of any kind but NUL, no escapes
     QByteArray hostName = "plant"; // one label; ".local" is added
-    QList<QHostAddress> addresses = {}; // the host's A and AAAA records
+    QList<QHostAddress> addresses = {}; // the host's A and AAAA records, withdrawn with the service
     quint16 port = 0;
-    QByteArray type = "_nmos-node._tcp";
     // The strings of the TXT record, each of at most 255 bytes, in this order.
     QList<QByteArray> txt = {"api_proto=http", "api_ver=v1.0,v1.1,v1.2,v1.3", "api_auth=false",
                              "pri=100"};
@@ -21,10 +20,10 @@ struct Announcement {
 
 // Announces services by multicast DNS (RFC 6762) on every interface, from a thread of its own;
 // needs no event loop. Several may run side by side in one process and beside any other mDNS
-// responder of the machine.
+// responder of the machine. Its members are for one thread at a time.
 //
 // Announcements go out about a second after they were made, once their names have been probed for.
-// A name that somebody else owns is not announced at all: see hasCollision().
+// A name that somebody else owns is not announced at all.
 class Announcer final {
 public:
     Announcer();
@@ -39,26 +38,19 @@ public:
     // False when the sockets could not be opened, or after vanish(); then nothing is announced.
     bool isRunning() const;
 
-    // Announces a service; announcements of the same host share its address records: the first one
-    // of a host gives the addresses. False when it cannot be (a service already announced here, a
-    // name or type that is no valid one).
+    // Announces a service and its host's addresses. False when it cannot be (a service already
+    // announced here, a name that is not valid).
     bool announce(const Announcement &announcement);
 
-    // Announces a changed TXT record of a service announced here. False when there is none such.
-    bool updateTxt(const QByteArray &instance, const QList<QByteArray> &txt,
-                   const QByteArray &type = "_nmos-node._tcp");
+    // Announces a changed TXT record of a service announced here. False when it has none.
+    bool updateTxt(const QByteArray &instance, const QList<QByteArray> &txt);
 
     // Withdraws a service with a goodbye. False when there is none such.
-    bool withdraw(const QByteArray &instance, const QByteArray &type = "_nmos-node._tcp");
+    bool withdraw(const QByteArray &instance);
 
     // Falls silent as a node does that loses its power: no goodbye is sent and no question
     // answered.
     void vanish();
-
-    // The announcement's probing has ended well and it has been sent.
-    bool isEstablished(const QByteArray &instance,
-                       const QByteArray &type = "_nmos-node._tcp") const;
-    bool hasCollision(const QByteArray &instance, const QByteArray &type = "_nmos-node._tcp") const;
 
 private:
     struct Private;

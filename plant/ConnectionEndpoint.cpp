@@ -7,64 +7,13 @@
 #include <QJsonDocument>
 #include <QRegularExpression>
 
-#include <algorithm>
 #include <chrono>
 
 namespace {
 
-constexpr qint64 second = 1000000000;
-
-struct Parameter {
-    enum class Kind {
-        Address,
-        Interface, // an address of the node's own
-        Port,
-        Flag,
-    };
-
-    QLatin1String name;
-    Kind kind;
-    bool mayBeNull;
-    bool mayBeAuto;
-};
-
-const QVector<Parameter> &parametersOf(ConnectionEndpoint::Role role)
+bool isAuto(const QJsonValue &value)
 {
-    using Kind = Parameter::Kind;
-    static const QVector<Parameter> ofSender{
-        {QLatin1String("source_ip"), Kind::Interface, false, true},
-        {QLatin1String("destination_ip"), Kind::Address, false, true},
-        {QLatin1String("source_port"), Kind::Port, false, true},
-        {QLatin1String("destination_port"), Kind::Port, false, true},
-        {QLatin1String("rtp_enabled"), Kind::Flag, false, false},
-    };
-    static const QVector<Parameter> ofReceiver{
-        {QLatin1String("source_ip"), Kind::Address, true, false},
-        {QLatin1String("multicast_ip"), Kind::Address, true, false},
-        {QLatin1String("interface_ip"), Kind::Interface, false, true},
-        {QLatin1String("destination_port"), Kind::Port, false, true},
-        {QLatin1String("rtp_enabled"), Kind::Flag, false, false},
-    };
-    return role == ConnectionEndpoint::Role::Sender ? ofSender : ofReceiver;
-}
-
-bool isValid(const Parameter &parameter, const QJsonValue &value, const QJsonValue &ownAddress)
-{
-    if ((parameter.mayBeNull && value.isNull())
-        || (parameter.mayBeAuto && value == QJsonValue(QLatin1String("auto")))) {
-        return true;
-    }
-    switch (parameter.kind) {
-    case Parameter::Kind::Address:
-        return !QHostAddress(value.toString()).isNull();
-    case Parameter::Kind::Interface:
-        return value == ownAddress;
-    case Parameter::Kind::Port:
-        return value.toInt() >= 1 && value.toInt() <= 65535;
-    case Parameter::Kind::Flag:
-        return value.isBool();
-    }
-    return false;
+    return value == QJsonValue(QLatin1String("auto"));
 }
 
 bool isIdOrNull(const QJsonValue &value)
@@ -74,80 +23,53 @@ bool isIdOrNull(const QJsonValue &value)
     return value.isNull() || (value.isString() && id.match(value.toString()).hasMatch());
 }
 
-bool isActivation(const QJsonValue &value)
+bool isScheduled(const QJsonValue &mode)
 {
-    static const QStringList modes{QStringLiteral("activate_immediate"),
-                                   QStringLiteral("activate_scheduled_absolute"),
-                                   QStringLiteral("activate_scheduled_relative")};
-    const QJsonObject object = value.toObject();
-    const QJsonValue mode = object.value(QLatin1String("mode"));
-    const QJsonValue time = object.value(QLatin1String("requested_time"));
-    const QStringList keys = object.keys();
-    const bool known = std::all_of(keys.begin(), keys.end(), [](const QString &key) {
-        return key == QLatin1String("mode") || key == QLatin1String("requested_time");
-    });
-    const bool scheduled = mode.isString() && mode.toString() != modes.first();
-    return known && (mode.isNull() || modes.contains(mode.toString()))
-        && (scheduled ? taiFromText(time.toString()).has_value()
-                      : time.isNull() || time.isUndefined() || taiFromText(time.toString()));
+    return mode == QJsonValue(QLatin1String("activate_scheduled_absolute"))
+        || mode == QJsonValue(QLatin1String("activate_scheduled_relative"));
 }
 
-bool isTransportFile(const QJsonValue &value)
+bool isActivation(const QJsonObject &activation)
 {
-    const QJsonObject object = value.toObject();
-    const QJsonValue data = object.value(QLatin1String("data"));
-    const QJsonValue type = object.value(QLatin1String("type"));
-    return object.size() == 2
+    static const QRegularExpression time(QStringLiteral("^[0-9]+:[0-9]+$"));
+    const QJsonValue mode = activation.value(QLatin1String("mode"));
+    const QJsonValue requested = activation.value(QLatin1String("requested_time"));
+    const bool hasTime = time.match(requested.toString()).hasMatch();
+    return activation.size() == (requested.isUndefined() ? 1 : 2)
+        && (isScheduled(mode)
+                ? hasTime
+                : mode.isNull() || mode == QJsonValue(QLatin1String("activate_immediate")))
+        && (hasTime || requested.isNull() || requested.isUndefined());
+}
+
+bool isTransportFile(const QJsonObject &file)
+{
+    const QJsonValue data = file.value(QLatin1String("data"));
+    const QJsonValue type = file.value(QLatin1String("type"));
+    return file.size() == 2
         && ((data.isNull() && type.isNull()) || (data.isString() && type.isString()));
 }
 
-QJsonObject activationObject(const QJsonValue &mode = {}, const QJsonValue &requested = {},
-                             const QJsonValue &time = {})
+QJsonObject activationObject(const QJsonValue &mode, const QJsonValue &time)
 {
-    return jsonObject({{"mode", mode}, {"requested_time", requested}, {"activation_time", time}});
+    return jsonObject(
+        {{"mode", mode}, {"requested_time", QJsonValue()}, {"activation_time", time}});
 }
 
-QString inQuotes(const QString &text)
+QJsonObject firstLeg(const QJsonObject &object)
 {
-    return QLatin1Char('\'') + text + QLatin1Char('\'');
+    return object.value(QLatin1String("transport_params")).toArray().first().toObject();
 }
 
 } // namespace
 
-TaiTime taiNow()
+QString taiNow()
 {
-    constexpr qint64 leapSeconds = 37;
-    static_assert(std::chrono::system_clock::period::den <= second);
-    const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch).count()
-        + leapSeconds * second;
-}
-
-QString taiText(TaiTime time)
-{
-    return QStringLiteral("%1:%2").arg(QString::number(time / second),
-                                       QString::number(time % second));
-}
-
-std::optional<TaiTime> taiFromText(const QString &text)
-{
-    static const QRegularExpression form(QStringLiteral("^([0-9]{1,10}):([0-9]{1,9})$"));
-    const QRegularExpressionMatch match = form.match(text);
-    if (!match.hasMatch()) {
-        return {};
-    }
-    // Far enough off for anybody, and two of them can be added up.
-    constexpr qint64 latest = 4000000000;
-    const qint64 seconds = match.captured(1).toLongLong();
-    if (seconds > latest) {
-        return {};
-    }
-    return seconds * second + match.captured(2).toLongLong();
-}
-
-QJsonObject nmosError(int code, const QString &message)
-{
-    return jsonObject({{"code", code}, {"error", message}, {"debug", QJsonValue()}});
+    constexpr std::chrono::seconds leapSeconds(37);
+    const std::chrono::nanoseconds time =
+        std::chrono::system_clock::now().time_since_epoch() + leapSeconds;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    return QStringLiteral("%1:%2").arg(seconds.count()).arg((time - seconds).count());
 }
 
 ConnectionEndpoint::ConnectionEndpoint(Role endpointRole, Essence endpointEssence,
@@ -159,7 +81,7 @@ ConnectionEndpoint::ConnectionEndpoint(Role endpointRole, Essence endpointEssenc
     const bool isSender = role == Role::Sender;
     stagedObject = jsonObject({{isSender ? "receiver_id" : "sender_id", QJsonValue()},
                                {"master_enable", isSender},
-                               {"activation", activationObject()},
+                               {"activation", activationObject({}, {})},
                                {"transport_params", QJsonArray{defaults}}});
     if (!isSender) {
         stagedObject.insert(QLatin1String("transport_file"),
@@ -168,32 +90,20 @@ ConnectionEndpoint::ConnectionEndpoint(Role endpointRole, Essence endpointEssenc
     activeObject = stagedObject;
 }
 
-const QJsonObject &ConnectionEndpoint::staged() const
+// The parameter whose only values are "auto" and the node's own address.
+QLatin1String ConnectionEndpoint::ownAddress() const
 {
-    return stagedObject;
-}
-
-const QJsonObject &ConnectionEndpoint::active() const
-{
-    return activeObject;
+    return QLatin1String(role == Role::Sender ? "source_ip" : "interface_ip");
 }
 
 QJsonArray ConnectionEndpoint::constraints() const
 {
     QJsonObject leg;
-    for (const Parameter &parameter : parametersOf(role)) {
-        QJsonObject constraint;
-        if (parameter.kind == Parameter::Kind::Interface) {
-            constraint = jsonObject({{"enum", QJsonArray{defaults.value(parameter.name)}}});
-        }
-        leg.insert(parameter.name, constraint);
+    for (auto parameter = defaults.begin(); parameter != defaults.end(); ++parameter) {
+        leg.insert(parameter.key(), QJsonObject());
     }
+    leg.insert(ownAddress(), jsonObject({{"enum", QJsonArray{defaults.value(ownAddress())}}}));
     return {leg};
-}
-
-bool ConnectionEndpoint::isEnabled() const
-{
-    return activeObject.value(QLatin1String("master_enable")).toBool();
 }
 
 QJsonValue ConnectionEndpoint::peer() const
@@ -203,71 +113,84 @@ QJsonValue ConnectionEndpoint::peer() const
 
 QJsonObject ConnectionEndpoint::activeParameters() const
 {
-    return activeObject.value(QLatin1String("transport_params")).toArray().first().toObject();
+    return firstLeg(activeObject);
 }
 
-QString ConnectionEndpoint::invalidParameters(const QJsonValue &value) const
+bool ConnectionEndpoint::isValidParameter(const QString &name, const QJsonValue &value) const
 {
-    const QJsonArray legs = value.toArray();
+    if (name == QLatin1String("rtp_enabled")) {
+        return value.isBool();
+    }
+    if (name.endsWith(QLatin1String("_port"))) {
+        return isAuto(value) || (value.toInt() >= 1 && value.toInt() <= 65535);
+    }
+    if (name == ownAddress()) {
+        return isAuto(value) || value == defaults.value(name);
+    }
+    // The other end of the stream: a sender can choose it, a receiver can do without.
+    return (role == Role::Sender ? isAuto(value) : value.isNull())
+        || !QHostAddress(value.toString()).isNull();
+}
+
+// The first parameter that is unknown or whose value is not valid; empty when there is none.
+QString ConnectionEndpoint::invalidParameter(const QJsonArray &legs) const
+{
     if (legs.size() != 1 || !legs.first().isObject()) {
-        return QStringLiteral("'transport_params' must be an array of one object");
+        return QStringLiteral("transport_params");
     }
     const QJsonObject leg = legs.first().toObject();
-    const QVector<Parameter> &known = parametersOf(role);
     for (auto member = leg.begin(); member != leg.end(); ++member) {
-        const auto parameter =
-            std::find_if(known.begin(), known.end(),
-                         [&](const Parameter &entry) { return entry.name == member.key(); });
-        if (parameter == known.end()) {
-            return QString(QStringLiteral("unknown transport parameter ") + inQuotes(member.key()));
-        }
-        if (!isValid(*parameter, member.value(), defaults.value(parameter->name))) {
-            return QString(QStringLiteral("invalid transport parameter ") + inQuotes(member.key()));
+        if (!defaults.contains(member.key()) || !isValidParameter(member.key(), member.value())) {
+            return member.key();
         }
     }
     return {};
 }
 
-QString ConnectionEndpoint::invalidMember(const QJsonObject &request) const
+bool ConnectionEndpoint::isValid(const QString &member, const QJsonValue &value) const
 {
     const bool isReceiver = role == Role::Receiver;
-    const QLatin1String peerName(isReceiver ? "sender_id" : "receiver_id");
+    if (member == QLatin1String(isReceiver ? "sender_id" : "receiver_id")) {
+        return isIdOrNull(value);
+    }
+    if (member == QLatin1String("master_enable")) {
+        return value.isBool();
+    }
+    if (member == QLatin1String("activation")) {
+        return isActivation(value.toObject());
+    }
+    return isReceiver && member == QLatin1String("transport_file")
+        && isTransportFile(value.toObject());
+}
+
+// The first member or parameter of the kind that invalidParameter() describes.
+QString ConnectionEndpoint::invalidMember(const QJsonObject &request) const
+{
     for (auto member = request.begin(); member != request.end(); ++member) {
-        const QString key = member.key();
-        bool valid = true;
-        if (key == peerName) {
-            valid = isIdOrNull(member.value());
-        } else if (key == QLatin1String("master_enable")) {
-            valid = member.value().isBool();
-        } else if (key == QLatin1String("activation")) {
-            valid = isActivation(member.value());
-        } else if (key == QLatin1String("transport_file") && isReceiver) {
-            valid = isTransportFile(member.value());
-        } else if (key == QLatin1String("transport_params")) {
-            QString reason = invalidParameters(member.value());
-            if (!reason.isEmpty()) {
-                return reason;
+        if (member.key() == QLatin1String("transport_params")) {
+            QString parameter = invalidParameter(member.value().toArray());
+            if (!parameter.isEmpty()) {
+                return parameter;
             }
-        } else {
-            return QString(QStringLiteral("unknown member ") + inQuotes(key));
-        }
-        if (!valid) {
-            return QString(QStringLiteral("invalid value of ") + inQuotes(key));
+        } else if (!isValid(member.key(), member.value())) {
+            return member.key();
         }
     }
     return {};
 }
 
+// The reason why the file cannot be used; empty when it can.
 QString ConnectionEndpoint::stageTransportFile(const QJsonObject &file,
                                                QJsonObject *parameters) const
 {
-    if (file.value(QLatin1String("data")).isNull()) {
+    const QJsonValue data = file.value(QLatin1String("data"));
+    if (!data.isString()) {
         return {};
     }
     if (file.value(QLatin1String("type")) != QJsonValue(QLatin1String("application/sdp"))) {
         return QStringLiteral("the type of the transport file is not supported");
     }
-    const auto offer = readTransportFile(file.value(QLatin1String("data")).toString());
+    const auto offer = readTransportFile(data.toString());
     if (!offer) {
         return QStringLiteral("the transport file is not a usable SDP");
     }
@@ -285,113 +208,68 @@ QString ConnectionEndpoint::stageTransportFile(const QJsonObject &file,
     return {};
 }
 
-// Puts everything but the activation of a valid request into the parameters to be staged.
+// Puts everything but the activation of a valid request into the parameters to be staged. Returns
+// as stageTransportFile() does.
 QString ConnectionEndpoint::stage(const QJsonObject &request, QJsonObject *next) const
 {
     const QLatin1String parametersName("transport_params");
-    QJsonObject parameters = next->value(parametersName).toArray().first().toObject();
+    QJsonObject parameters = firstLeg(*next);
     for (auto member = request.begin(); member != request.end(); ++member) {
         if (member.key() != QLatin1String("activation") && member.key() != parametersName) {
             next->insert(member.key(), member.value());
         }
     }
-    const QJsonObject file = request.value(QLatin1String("transport_file")).toObject();
-    if (!file.isEmpty()) {
-        QString reason = stageTransportFile(file, &parameters);
-        if (!reason.isEmpty()) {
-            return reason;
-        }
-    }
+    QString reason =
+        stageTransportFile(request.value(QLatin1String("transport_file")).toObject(), &parameters);
     // Parameters override the transport file that comes with them.
-    const QJsonObject wanted = request.value(parametersName).toArray().first().toObject();
+    const QJsonObject wanted = firstLeg(request);
     for (auto member = wanted.begin(); member != wanted.end(); ++member) {
         parameters.insert(member.key(), member.value());
     }
     next->insert(parametersName, QJsonArray{parameters});
-    return {};
+    return reason;
 }
 
-ConnectionEndpoint::Answer ConnectionEndpoint::patch(const QByteArray &body, TaiTime now)
+ConnectionEndpoint::Answer ConnectionEndpoint::patch(const QByteArray &body)
 {
     const auto refuse = [](int code, const QString &reason) {
-        return Answer{code, nmosError(code, reason), false};
+        return Answer{code, nmosError(code, reason)};
     };
     const QJsonDocument document = QJsonDocument::fromJson(body);
     if (!document.isObject()) {
         return refuse(400, QStringLiteral("the request is not a JSON object"));
     }
     const QJsonObject request = document.object();
-    QString reason = invalidMember(request);
-    if (!reason.isEmpty()) {
-        return refuse(400, reason);
+    const QString invalid = invalidMember(request);
+    if (!invalid.isEmpty()) {
+        return refuse(400, QStringLiteral("unknown, or its value is not valid: ") + invalid);
     }
-    const QJsonValue activation = request.value(QLatin1String("activation"));
-    const QJsonValue mode = activation.toObject().value(QLatin1String("mode"));
-    const bool unlocks = activation.isObject() && mode.isNull();
-    if (due && !unlocks) {
-        return refuse(423, QStringLiteral("locked by a scheduled activation"));
+    const QJsonValue mode =
+        request.value(QLatin1String("activation")).toObject().value(QLatin1String("mode"));
+    if (isScheduled(mode)) {
+        return refuse(501, QStringLiteral("scheduled activations are not supported"));
     }
     QJsonObject next = stagedObject;
-    reason = stage(request, &next);
+    const QString reason = stage(request, &next);
     if (!reason.isEmpty()) {
         return refuse(400, reason);
     }
-    if (mode.isString()) {
-        return schedule(next, mode.toString(), activation.toObject(), now);
-    }
-    if (unlocks) {
-        due.reset();
-        next.insert(QLatin1String("activation"), activationObject());
-    }
     stagedObject = next;
-    return {200, stagedObject, false};
+    return mode.isString() ? activate() : Answer{200, stagedObject};
 }
 
-ConnectionEndpoint::Answer ConnectionEndpoint::schedule(const QJsonObject &next,
-                                                        const QString &mode,
-                                                        const QJsonObject &activation, TaiTime now)
+ConnectionEndpoint::Answer ConnectionEndpoint::activate()
 {
-    const bool isImmediate = mode == QLatin1String("activate_immediate");
-    const bool isRelative = mode == QLatin1String("activate_scheduled_relative");
-    const QJsonValue requested = activation.value(QLatin1String("requested_time"));
-    const TaiTime at =
-        isImmediate ? now : taiFromText(requested.toString()).value_or(0) + (isRelative ? now : 0);
-    const QJsonObject shown =
-        activationObject(mode, isImmediate ? QJsonValue() : requested, taiText(at));
-    QJsonObject answer = next;
-    answer.insert(QLatin1String("activation"), shown);
-    if (isImmediate) {
-        activate(next, shown);
-        return {200, answer, true};
-    }
-    stagedObject = answer;
-    due = at;
-    return {202, answer, false};
-}
-
-bool ConnectionEndpoint::activateIfDue(TaiTime now)
-{
-    if (!due || *due > now) {
-        return false;
-    }
-    due.reset();
-    activate(stagedObject, stagedObject.value(QLatin1String("activation")).toObject());
-    return true;
-}
-
-void ConnectionEndpoint::activate(const QJsonObject &next, const QJsonObject &activation)
-{
-    stagedObject = next;
-    stagedObject.insert(QLatin1String("activation"), activationObject());
-
-    QJsonObject parameters =
-        next.value(QLatin1String("transport_params")).toArray().first().toObject();
-    for (const Parameter &parameter : parametersOf(role)) {
-        if (parameters.value(parameter.name) == QJsonValue(QLatin1String("auto"))) {
-            parameters.insert(parameter.name, defaults.value(parameter.name));
+    QJsonObject answer = stagedObject;
+    answer.insert(QLatin1String("activation"),
+                  activationObject(QLatin1String("activate_immediate"), taiNow()));
+    QJsonObject parameters = firstLeg(stagedObject);
+    for (auto parameter = parameters.begin(); parameter != parameters.end(); ++parameter) {
+        if (isAuto(*parameter)) {
+            *parameter = defaults.value(parameter.key());
         }
     }
-    activeObject = next;
+    activeObject = answer;
     activeObject.insert(QLatin1String("transport_params"), QJsonArray{parameters});
-    activeObject.insert(QLatin1String("activation"), activation);
+    return {200, answer, true};
 }

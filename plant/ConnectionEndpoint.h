@@ -6,18 +6,8 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
-#include <optional>
-
-// TAI as NMOS writes it, "seconds:nanoseconds", counted in nanoseconds since 1970.
-using TaiTime = qint64;
-
-TaiTime taiNow();
-QString taiText(TaiTime time);
-// Nothing when the text is no such time.
-std::optional<TaiTime> taiFromText(const QString &text);
-
-// The error object that every NMOS API answers with.
-QJsonObject nmosError(int code, const QString &message);
+// The time as NMOS writes it: TAI, "seconds:nanoseconds".
+QString taiNow();
 
 // One sender or receiver of an IS-05 Connection API: its staged and active parameters for one RTP
 // stream and the rules by which a PATCH changes them.
@@ -34,38 +24,40 @@ public:
 
     struct Answer {
         int status = 200;
-        QJsonObject body;
+        QJsonObject body = {};
         bool activated = false;
     };
 
-    // 200: staged, and activated when the PATCH says so; 202: to be activated later; 400: not a
-    // valid request, nothing was changed; 423: locked by an activation to come.
-    Answer patch(const QByteArray &body, TaiTime now);
+    // 200: staged, and activated when the PATCH says so; 400: not a valid request, nothing was
+    // changed; 501: asks for a scheduled activation, nothing was changed.
+    Answer patch(const QByteArray &body);
 
-    // Does a scheduled activation whose time has come. True when there was one.
-    bool activateIfDue(TaiTime now);
-
-    const QJsonObject &staged() const;
-    const QJsonObject &active() const;
+    const QJsonObject &staged() const
+    {
+        return stagedObject;
+    }
+    const QJsonObject &active() const
+    {
+        return activeObject;
+    }
     QJsonArray constraints() const;
 
-    bool isEnabled() const; // as active
     QJsonValue peer() const; // the active sender_id or receiver_id
     QJsonObject activeParameters() const;
 
 private:
+    QLatin1String ownAddress() const;
+    bool isValidParameter(const QString &name, const QJsonValue &value) const;
     QString invalidMember(const QJsonObject &request) const;
-    QString invalidParameters(const QJsonValue &value) const;
+    QString invalidParameter(const QJsonArray &legs) const;
+    bool isValid(const QString &member, const QJsonValue &value) const;
     QString stage(const QJsonObject &request, QJsonObject *next) const;
     QString stageTransportFile(const QJsonObject &file, QJsonObject *parameters) const;
-    Answer schedule(const QJsonObject &next, const QString &mode, const QJsonObject &activation,
-                    TaiTime now);
-    void activate(const QJsonObject &next, const QJsonObject &activation);
+    Answer activate();
 
     Role role;
     Essence essence;
     QJsonObject defaults;
     QJsonObject stagedObject;
     QJsonObject activeObject;
-    std::optional<TaiTime> due;
 };

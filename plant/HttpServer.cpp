@@ -1,220 +1,92 @@
 #include "HttpServer.h"
 
+#include <QThreadPool>
+
 #include <httplib.h>
 
 #include <algorithm>
-#include <array>
-#include <chrono>
-#include <condition_variable>
-#include <deque>
+#include <cstdio>
+#include <future>
+#include <limits>
 #include <mutex>
 #include <set>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
-// What the threads of a server wait for, and what ends their waits.
-class Gate {
+// One thread for each connection. The library's own pool has a fixed number of threads, which is
+// too many for an idle node and too few for one with hanging requests.
+class Threads final : public httplib::TaskQueue {
 public:
-    template <typename Condition>
-    bool waitUntil(const Condition &condition)
+    Threads()
     {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return ending || condition(); });
-        return !ending;
+        pool.setMaxThreadCount(std::numeric_limits<int>::max());
     }
-
-    bool pause(int milliseconds)
-    {
-        std::unique_lock lock(mutex);
-        changed.wait_for(lock, std::chrono::milliseconds(milliseconds), [this] { return ending; });
-        return !ending;
-    }
-
-    void wake()
-    {
-        // Taken so that no thread is between its look at the condition and its sleep.
-        const std::scoped_lock lock(mutex);
-        changed.notify_all();
-    }
-
-    void end()
-    {
-        const std::scoped_lock lock(mutex);
-        ending = true;
-        for (const int socket : sockets) {
-            ::shutdown(socket, SHUT_RDWR);
-        }
-        changed.notify_all();
-    }
-
-    // False when it is too late to begin with a connection.
-    bool enter(int socket)
-    {
-        const std::scoped_lock lock(mutex);
-        if (!ending) {
-            sockets.insert(socket);
-        }
-        return !ending;
-    }
-
-    void leave(int socket)
-    {
-        const std::scoped_lock lock(mutex);
-        sockets.erase(socket);
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool ending = false;
-    std::set<int> sockets;
-};
-
-// Threads that come into being when there is work and none of them is free. The library's own pool
-// has a fixed number, which is too many for an idle node and too few for one with hanging requests.
-class GrowingPool final : public httplib::TaskQueue {
-public:
-    GrowingPool() = default;
-    Q_DISABLE_COPY_MOVE(GrowingPool)
-
     void enqueue(std::function<void()> task) override
     {
-        const std::scoped_lock lock(mutex);
-        tasks.push_back(std::move(task));
-        if (tasks.size() > idle) {
-            threads.emplace_back([this] { work(); });
-        } else {
-            changed.notify_one();
-        }
+        pool.start(std::move(task));
     }
-
     void shutdown() override
     {
-        {
-            const std::scoped_lock lock(mutex);
-            ending = true;
-            changed.notify_all();
-        }
-        for (std::thread &thread : threads) {
-            thread.join();
-        }
-        threads.clear();
+        pool.waitForDone();
     }
 
 private:
-    void work()
-    {
-        std::unique_lock lock(mutex);
-        for (;;) {
-            ++idle;
-            changed.wait(lock, [this] { return ending || !tasks.empty(); });
-            --idle;
-            if (tasks.empty()) {
-                return;
-            }
-            const std::function<void()> task = std::move(tasks.front());
-            tasks.pop_front();
-            lock.unlock();
-            task();
-            lock.lock();
-        }
-    }
-
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<std::function<void()>> tasks;
-    std::vector<std::thread> threads;
-    size_t idle = 0;
-    bool ending = false;
+    QThreadPool pool;
 };
 
-// A connection's bytes, spoiled on their way out as the answer asks. Blocks without a time limit;
-// the gate ends a wait by shutting the socket down. (The library's own stream looks at every idle
-// connection a hundred times a second.)
+// Sleeps until the peer sends or takes something, or until the time limit of five seconds that the
+// library sets on the socket. The library's own stream looks at every idle connection a hundred
+// times a second.
 class Connection final : public httplib::Stream {
 public:
-    Connection(int connectedSocket, Gate &serverGate)
+    explicit Connection(int connectedSocket)
         : descriptor(connectedSocket)
-        , gate(serverGate)
+        , input(::fdopen(connectedSocket, "r"))
     {
     }
+    ~Connection() override
+    {
+        std::fclose(input); // and the socket with it
+    }
+    Q_DISABLE_COPY_MOVE(Connection)
 
     bool waitForRequest()
     {
-        return !over && (begin < end || fill());
+        return !abandoned && std::ungetc(std::getc(input), input) != EOF;
     }
 
-    void answerBy(HttpAnswer::Wire newWire, int newDripMilliseconds)
+    // Sends nothing more.
+    void abandon(bool withReset)
     {
-        wire = newWire;
-        dripMilliseconds = newDripMilliseconds;
-        headerSent = false;
-    }
-
-    void close() const
-    {
-        if (wire == HttpAnswer::Wire::Reset) {
-            const linger none{1, 0};
-            ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &none, sizeof none);
-        } else {
-            ::shutdown(descriptor, SHUT_RDWR);
-        }
-        ::close(descriptor);
+        abandoned = true;
+        const linger reset{withReset ? 1 : 0, 0};
+        ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
     }
 
     bool is_readable() const override
     {
-        return !over;
+        return !abandoned;
     }
     bool is_writable() const override
     {
-        return !over;
+        return !abandoned;
     }
     ssize_t read(char *data, size_t size) override
     {
-        if (begin == end && !fill()) {
-            return 0;
-        }
-        const size_t count = std::min(size, end - begin);
-        std::copy_n(buffer.data() + begin, count, data);
-        begin += count;
-        return static_cast<ssize_t>(count);
+        return static_cast<ssize_t>(std::fread(data, 1, size, input));
     }
-
-    // The library writes the header in one piece, then the body.
     ssize_t write(const char *data, size_t size) override
     {
-        switch (wire) {
-        case HttpAnswer::Wire::Reset:
-        case HttpAnswer::Wire::Drop:
-            over = true;
-            return -1;
-        case HttpAnswer::Wire::Truncated:
-            if (headerSent) {
-                send(data, size / 2);
-                over = true;
-                return -1;
-            }
-            break;
-        case HttpAnswer::Wire::Dripped:
-            if (headerSent) {
-                return drip(data, size);
-            }
-            break;
-        case HttpAnswer::Wire::Whole:
-        case HttpAnswer::Wire::Flood:
-            break;
+        ssize_t count = 0;
+        for (size_t sent = 0; sent < size && !abandoned; sent += static_cast<size_t>(count)) {
+            count = ::send(descriptor, data + sent, size - sent, MSG_NOSIGNAL);
+            abandoned = count < 0;
         }
-        headerSent = true;
-        return send(data, size);
+        return abandoned ? -1 : static_cast<ssize_t>(size);
     }
     void get_remote_ip_and_port(std::string &, int &) const override
     {
@@ -228,238 +100,182 @@ public:
     }
 
 private:
-    bool fill()
-    {
-        const ssize_t count = ::recv(descriptor, buffer.data(), buffer.size(), 0);
-        begin = 0;
-        end = count > 0 ? static_cast<size_t>(count) : 0;
-        over = over || end == 0;
-        return end > 0;
-    }
-
-    ssize_t send(const char *data, size_t size)
-    {
-        for (size_t sent = 0; sent < size;) {
-            const ssize_t count = ::send(descriptor, data + sent, size - sent, MSG_NOSIGNAL);
-            if (count < 0) {
-                over = true;
-                return -1;
-            }
-            sent += static_cast<size_t>(count);
-        }
-        return static_cast<ssize_t>(size);
-    }
-
-    ssize_t drip(const char *data, size_t size)
-    {
-        for (size_t sent = 0; sent < size; ++sent) {
-            if (!gate.pause(dripMilliseconds) || send(data + sent, 1) < 0) {
-                over = true;
-                return -1;
-            }
-        }
-        return static_cast<ssize_t>(size);
-    }
-
     const int descriptor;
-    Gate &gate;
-    std::array<char, 4096> buffer = {};
-    size_t begin = 0;
-    size_t end = 0;
-    bool over = false;
-    HttpAnswer::Wire wire = HttpAnswer::Wire::Whole;
-    int dripMilliseconds = 0;
-    bool headerSent = false;
+    std::FILE *const input;
+    bool abandoned = false;
 };
 
-// The connection that the current thread serves: the library's handlers are not told.
+// The connection that the current thread serves. The library does not tell it to its handlers.
 thread_local Connection *servedConnection = nullptr;
-thread_local httplib::Headers servedHeaders;
-
-class Listener final : public httplib::Server {
-public:
-    explicit Listener(Gate &serverGate)
-        : gate(serverGate)
-    {
-        new_task_queue = [] {
-            return new GrowingPool;
-        };
-        set_tcp_nodelay(true);
-        set_keep_alive_max_count(1000000);
-        set_keep_alive_timeout(3600);
-        set_default_headers({{"Access-Control-Allow-Origin", "*"}});
-        // The library's default lets two servers share a port without a word.
-        set_socket_options([](socket_t socket) {
-            const int on = 1;
-            ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-        });
-    }
-
-    int bind(const std::string &host, int wantedPort)
-    {
-        const int port = wantedPort == 0     ? bind_to_any_port(host)
-            : bind_to_port(host, wantedPort) ? wantedPort
-                                             : -1;
-        if (port > 0) {
-            // The library's queue of five connections drops what comes in a burst.
-            ::listen(svr_sock_, SOMAXCONN);
-        }
-        return port;
-    }
-
-private:
-    bool process_and_close_socket(socket_t socket) override
-    {
-        Connection connection(socket, gate);
-        const bool mayServe = gate.enter(socket);
-        if (mayServe) {
-            serve(connection);
-            gate.leave(socket);
-        }
-        connection.close();
-        return mayServe;
-    }
-
-    void serve(Connection &connection)
-    {
-        servedConnection = &connection;
-        bool closed = false;
-        while (!closed && connection.waitForRequest()) {
-            const bool served =
-                process_request(connection, false, closed, [](httplib::Request &request) {
-                    servedHeaders = request.headers;
-                    // Else the library compresses what it can, and no length is as it was meant.
-                    request.headers.erase("Accept-Encoding");
-                });
-            if (!served) {
-                break;
-            }
-        }
-        servedConnection = nullptr;
-    }
-
-    Gate &gate;
-};
 
 HttpRequest requestOf(const httplib::Request &request)
 {
-    HttpRequest result;
-    result.method = QByteArray::fromStdString(request.method);
-    result.path = QString::fromStdString(request.path);
-    result.target = QByteArray::fromStdString(request.target);
-    result.body = QByteArray::fromStdString(request.body);
-    result.contentType = QByteArray::fromStdString(request.get_header_value("Content-Type"));
-    for (const auto &[name, value] : servedHeaders) {
-        // The library adds these two to what was sent.
-        if (name != "REMOTE_ADDR" && name != "REMOTE_PORT" && name != "LOCAL_ADDR"
-            && name != "LOCAL_PORT") {
-            result.headers.append(
-                {QByteArray::fromStdString(name), QByteArray::fromStdString(value)});
-        }
+    HttpRequest result{QString::fromStdString(request.method),
+                       QString::fromStdString(request.target),
+                       QString::fromStdString(request.path),
+                       QByteArray::fromStdString(request.body),
+                       QByteArray::fromStdString(request.get_header_value("Content-Type")),
+                       {}};
+    for (const auto &[name, value] : request.headers) {
+        result.headers.append({QByteArray::fromStdString(name), QByteArray::fromStdString(value)});
     }
     return result;
 }
 
-void setFlood(httplib::Response &response, const HttpAnswer &answer)
+// Sends the part of the body from the offset on, or some of it. False ends the connection.
+bool sendBody(const HttpAnswer &answer, size_t offset, size_t left, httplib::DataSink &sink)
 {
     static const std::string blanks(64 * 1024, ' ');
-    const std::string type = answer.contentType.toStdString();
-    if (answer.floodBytes > 0) {
-        response.set_content_provider(static_cast<size_t>(answer.floodBytes), type,
-                                      [](size_t, size_t left, httplib::DataSink &sink) {
-                                          return sink.write(blanks.data(),
-                                                            std::min(left, blanks.size()));
-                                      });
-    } else {
-        response.set_chunked_content_provider(type, [](size_t, httplib::DataSink &sink) {
-            return sink.write(blanks.data(), blanks.size());
-        });
+    const char *const rest = answer.body.constData() + offset;
+    if (answer.wire == HttpAnswer::Wire::Flood) {
+        return sink.write(blanks.data(), std::min(left, blanks.size()));
     }
+    if (answer.wire == HttpAnswer::Wire::Truncated) {
+        sink.write(rest, left / 2);
+        return false;
+    }
+    return answer.beforeByte ? answer.beforeByte() && sink.write(rest, 1) : sink.write(rest, left);
 }
 
 void setAnswer(httplib::Response &response, const HttpAnswer &answer)
 {
+    using Wire = HttpAnswer::Wire;
+    if (answer.wire == Wire::Reset || answer.wire == Wire::Drop) {
+        servedConnection->abandon(answer.wire == Wire::Reset);
+        return;
+    }
     response.status = answer.status;
     for (const auto &[name, value] : answer.headers) {
         response.set_header(name.toStdString(), value.toStdString());
     }
-    if (answer.wire == HttpAnswer::Wire::Flood) {
-        setFlood(response, answer);
-    } else if (!answer.body.isEmpty()) {
-        response.set_content(answer.body.toStdString(), answer.contentType.toStdString());
+    const bool isFlood = answer.wire == Wire::Flood;
+    const qint64 size = isFlood ? answer.floodBytes : answer.body.size();
+    const std::string type = answer.contentType.toStdString();
+    if (isFlood && size == 0) {
+        response.set_content_provider(type, [answer](size_t, httplib::DataSink &sink) {
+            return sendBody(answer, 0, std::numeric_limits<size_t>::max(), sink);
+        });
+    } else if (size > 0) {
+        // Not set_content(): the library would compress the body and so change its length.
+        response.set_content_provider(
+            static_cast<size_t>(size), type,
+            [answer](size_t offset, size_t left, httplib::DataSink &sink) {
+                return sendBody(answer, offset, left, sink);
+            });
     }
-    servedConnection->answerBy(answer.wire, answer.dripMilliseconds);
 }
 
 } // namespace
 
-struct HttpServer::Private {
-    Gate gate;
-    Listener listener{gate};
+struct HttpServer::Private final : httplib::Server {
+    explicit Private(const HttpServer::Handler &handler);
+    void bind(const std::string &host, int wantedPort);
+    bool process_and_close_socket(socket_t socket) override;
+    bool serve(Connection &connection);
+    void endConnections();
+
+    socket_t listeningSocket = -1;
     int port = -1;
-    std::atomic<bool> finished{false};
-    std::thread thread;
+    std::future<bool> loop;
+
+    std::mutex mutex; // guards all that follows
+    bool ending = false;
+    std::set<int> sockets; // of connections
 };
 
-HttpServer::HttpServer(const QHostAddress &address, quint16 port, const Handler &handler)
-    : d(std::make_unique<Private>())
+HttpServer::Private::Private(const HttpServer::Handler &handler)
 {
-    const auto answer = [this, handler](const httplib::Request &request,
-                                        httplib::Response &response) {
-        setAnswer(response, handler(*this, requestOf(request)));
+    new_task_queue = [] {
+        return new Threads;
+    };
+    set_tcp_nodelay(true);
+    set_keep_alive_max_count(1000000);
+    set_default_headers({{"Access-Control-Allow-Origin", "*"}});
+    // The library's default lets two servers share a port without a word.
+    set_socket_options([this](socket_t socket) {
+        const int on = 1;
+        ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        listeningSocket = socket;
+    });
+    const auto answer = [handler](const httplib::Request &request, httplib::Response &response) {
+        setAnswer(response, handler(requestOf(request)));
     };
     const std::string anyPath = "[\\s\\S]*";
-    d->listener.Get(anyPath, answer)
-        .Post(anyPath, answer)
-        .Put(anyPath, answer)
-        .Patch(anyPath, answer)
-        .Delete(anyPath, answer)
-        .Options(anyPath, answer);
-    d->port = d->listener.bind(address.toString().toStdString(), port);
-    if (d->port > 0) {
-        d->thread = std::thread([this] {
-            d->listener.listen_after_bind();
-            d->finished = true;
+    Get(anyPath, answer).Post(anyPath, answer).Put(anyPath, answer);
+    Patch(anyPath, answer).Delete(anyPath, answer).Options(anyPath, answer);
+}
+
+void HttpServer::Private::bind(const std::string &host, int wantedPort)
+{
+    port = wantedPort == 0               ? bind_to_any_port(host)
+        : bind_to_port(host, wantedPort) ? wantedPort
+                                         : -1;
+    if (port > 0) {
+        // The library's queue of five connections drops what comes in a burst.
+        ::listen(listeningSocket, SOMAXCONN);
+        loop = std::async(std::launch::async, [this] { return listen_after_bind(); });
+    }
+}
+
+bool HttpServer::Private::process_and_close_socket(socket_t socket)
+{
+    Connection connection(socket);
+    std::unique_lock lock(mutex);
+    if (ending) {
+        return false;
+    }
+    sockets.insert(socket);
+    lock.unlock();
+    servedConnection = &connection;
+    const bool served = serve(connection);
+    lock.lock();
+    sockets.erase(socket);
+    return served;
+}
+
+bool HttpServer::Private::serve(Connection &connection)
+{
+    bool served = true;
+    for (bool closed = false; served && !closed && connection.waitForRequest();) {
+        served = process_request(connection, false, closed, [](httplib::Request &request) {
+            for (const char *added : {"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR", "LOCAL_PORT"}) {
+                request.headers.erase(added);
+            }
         });
     }
+    return served;
+}
+
+void HttpServer::Private::endConnections()
+{
+    const std::scoped_lock lock(mutex);
+    ending = true;
+    for (const int socket : sockets) {
+        ::shutdown(socket, SHUT_RDWR);
+    }
+}
+
+HttpServer::HttpServer(const QHostAddress &address, quint16 port, const Handler &handler)
+    : d(std::make_unique<Private>(handler))
+{
+    d->bind(address.toString().toStdString(), port);
 }
 
 HttpServer::~HttpServer()
 {
-    d->gate.end();
-    if (d->thread.joinable()) {
+    d->endConnections();
+    if (d->loop.valid()) {
         // The library ignores a stop() that comes before its loop has begun.
-        while (!d->listener.is_running() && !d->finished) {
+        while (!d->is_running()
+               && d->loop.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
             std::this_thread::yield();
         }
-        d->listener.stop();
-        d->thread.join();
+        d->stop();
+        d->loop.wait();
     }
-}
-
-bool HttpServer::isListening() const
-{
-    return d->port > 0;
 }
 
 quint16 HttpServer::port() const
 {
-    return d->port > 0 ? static_cast<quint16>(d->port) : quint16(0);
-}
-
-void HttpServer::pause(int milliseconds)
-{
-    if (milliseconds > 0) {
-        d->gate.pause(milliseconds);
-    }
-}
-
-bool HttpServer::waitUntil(const std::function<bool()> &condition)
-{
-    return d->gate.waitUntil(condition);
-}
-
-void HttpServer::wake()
-{
-    d->gate.wake();
+    return static_cast<quint16>(std::max(d->port, 0));
 }

@@ -10,12 +10,12 @@
 #include <memory>
 
 struct HttpRequest {
-    QByteArray method;
-    QString path; // decoded, without the query
-    QByteArray target; // as it stood in the request line
+    QString method;
+    QString path; // with the query, as it stood in the request line
+    QString resource; // the path decoded, without the query
     QByteArray body;
     QByteArray contentType;
-    QList<QPair<QByteArray, QByteArray>> headers;
+    QList<QPair<QByteArray, QByteArray>> headers; // in no particular order, names as sent
 };
 
 struct HttpAnswer {
@@ -24,9 +24,8 @@ struct HttpAnswer {
         Whole,
         Reset, // a TCP reset and no answer
         Drop, // the end of the connection and no answer
-        Truncated, // header, half of the body, the end of the connection
-        Dripped, // the body byte by byte
-        Flood, // as many bytes of white space as floodBytes says
+        Truncated, // the header, half of the body, the end of the connection
+        Flood, // as many bytes of white space as floodBytes says in place of the body
     };
 
     int status = 200;
@@ -34,34 +33,28 @@ struct HttpAnswer {
     QByteArray contentType = "application/json";
     QList<QPair<QByteArray, QByteArray>> headers = {};
     Wire wire = Wire::Whole;
-    int dripMilliseconds = 0;
-    qint64 floodBytes = 0; // 0: no end
+    qint64 floodBytes = 0; // 0: no Content-Length and no end
+    // When there is one, the body is sent byte by byte and this called before each; false ends the
+    // connection.
+    std::function<bool()> beforeByte = {};
 };
 
 // An HTTP/1.1 server at one address. A connection costs a thread only from its arrival to its end,
-// so a thousand idle servers are cheap and a request that hangs holds up no other.
+// so a thousand idle servers are cheap and a request that hangs holds up no other. A connection
+// ends when its peer is silent, or takes nothing, for five seconds.
 class HttpServer final {
 public:
-    // Called on the connection's thread, several at a time. A handler may use the server that it is
-    // given until it returns.
-    using Handler = std::function<HttpAnswer(HttpServer &, const HttpRequest &)>;
+    // Called on the connection's thread, several at a time.
+    using Handler = std::function<HttpAnswer(const HttpRequest &)>;
 
     // Listens at once; port 0 takes a free one.
     HttpServer(const QHostAddress &address, quint16 port, const Handler &handler);
-    // Ends every connection and waits for their handlers, which no longer pause.
+    // Ends every connection and waits until the handlers have returned.
     ~HttpServer();
     Q_DISABLE_COPY_MOVE(HttpServer)
 
-    bool isListening() const;
+    // The port that it listens at; 0 when it could not have the address and port.
     quint16 port() const;
-
-    // For handlers: waits that long, or until the server ends.
-    void pause(int milliseconds);
-
-    // For handlers: waits until the condition, looked at whenever wake() is called, holds or the
-    // server ends. False when the server ends.
-    bool waitUntil(const std::function<bool()> &condition);
-    void wake();
 
 private:
     struct Private;

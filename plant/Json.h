@@ -1,5 +1,8 @@
 #pragma once
 
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QLatin1String>
@@ -30,4 +33,23 @@ inline QJsonObject jsonObject(std::initializer_list<JsonMember> members)
         object.insert(member.name, member.value);
     }
     return object;
+}
+
+// The object that the text, a literal, stands for.
+inline QJsonObject jsonObject(const char *text)
+{
+    return QJsonDocument::fromJson(text).object();
+}
+
+// Of an object or an array.
+template <typename Container>
+QByteArray toJson(const Container &container)
+{
+    return QJsonDocument(container).toJson(QJsonDocument::Compact);
+}
+
+// The error object that every NMOS API answers with.
+inline QJsonObject nmosError(int code, const QString &message)
+{
+    return jsonObject({{"code", code}, {"error", message}, {"debug", QJsonValue()}});
 }

@@ -13,9 +13,6 @@ enum class Essence {
 struct EndpointDescription {
     QString label;
     Essence essence = Essence::Video;
-    // A lower-case UUID; empty: made from the labels of node, device and endpoint and from the
-    // endpoint's place, so that it is the same in every run.
-    QString id = {};
 };
 
 struct DeviceDescription {

@@ -5,36 +5,62 @@
 
 #include <QUuid>
 
+#include <algorithm>
+
 namespace {
 
-// Any fixed UUID does: the ids of all simulated resources are named below it.
+// The ids of all simulated resources are named below this one. Any fixed UUID would do.
 const QUuid idSpace(0x6b8f4d0e, 0x51c2, 0x4f7a, 0x9d, 0x3e, 0x2a, 0x70, 0xc4, 0x18, 0x5b, 0x96);
 
+// The same in every run.
 QString namedId(const QStringList &names)
 {
     return QUuid::createUuidV5(idSpace, names.join(QLatin1Char('\n')))
         .toString(QUuid::WithoutBraces);
 }
 
+// What the resources of an essence say.
+struct Shape {
+    const char *format;
+    const char *mediaType;
+    const char *source; // members that not every source has
+    const char *flow; // members that not every flow has
+};
+
 // In the order of Essence.
-const QLatin1String essenceNames[] = {QLatin1String("video"), QLatin1String("audio"),
-                                      QLatin1String("data")};
-const QLatin1String mediaTypes[] = {QLatin1String("video/raw"), QLatin1String("audio/L24"),
-                                    QLatin1String("video/smpte291")};
+const Shape shapes[] = {
+    {"urn:x-nmos:format:video", "video/raw",
+     R"({"grain_rate": {"numerator": 50, "denominator": 1}})",
+     R"({"grain_rate": {"numerator": 50, "denominator": 1},
+         "frame_width": 1920, "frame_height": 1080, "interlace_mode": "progressive",
+         "colorspace": "BT709", "transfer_characteristic": "SDR",
+         "components": [{"name": "Y", "width": 1920, "height": 1080, "bit_depth": 10},
+                        {"name": "Cb", "width": 960, "height": 1080, "bit_depth": 10},
+                        {"name": "Cr", "width": 960, "height": 1080, "bit_depth": 10}]})"},
+    {"urn:x-nmos:format:audio", "audio/L24",
+     R"({"channels": [{"label": "Left", "symbol": "L"}, {"label": "Right", "symbol": "R"}]})",
+     R"({"sample_rate": {"numerator": 48000, "denominator": 1}, "bit_depth": 24})"},
+    {"urn:x-nmos:format:data", "video/smpte291",
+     R"({"grain_rate": {"numerator": 50, "denominator": 1}})",
+     R"({"grain_rate": {"numerator": 50, "denominator": 1},
+         "DID_SDID": [{"DID": "0x61", "SDID": "0x01"}, {"DID": "0x60", "SDID": "0x60"}]})"},
+};
 
-QString formatUrn(Essence essence)
+const Shape &shapeOf(Essence essence)
 {
-    return QString(QStringLiteral("urn:x-nmos:format:") + essenceNames[static_cast<int>(essence)]);
+    return shapes[static_cast<int>(essence)];
 }
 
-QJsonValue mediaType(Essence essence)
+// One object with the members of all.
+QJsonObject merged(std::initializer_list<QJsonObject> objects)
 {
-    return mediaTypes[static_cast<int>(essence)];
-}
-
-QJsonObject rate(int numerator)
-{
-    return jsonObject({{"numerator", numerator}, {"denominator", 1}});
+    QJsonObject result;
+    for (const QJsonObject &object : objects) {
+        for (auto member = object.begin(); member != object.end(); ++member) {
+            result.insert(member.key(), member.value());
+        }
+    }
+    return result;
 }
 
 QJsonObject core(const QString &id, const QString &version, const QString &label)
@@ -46,55 +72,13 @@ QJsonObject core(const QString &id, const QString &version, const QString &label
                        {"tags", QJsonObject()}});
 }
 
-void extend(QJsonObject *object, const QJsonObject &members)
-{
-    for (auto member = members.begin(); member != members.end(); ++member) {
-        object->insert(member.key(), member.value());
-    }
-}
-
-QJsonObject component(const char *name, int width)
-{
-    return jsonObject({{"name", name}, {"width", width}, {"height", 1080}, {"bit_depth", 10}});
-}
-
-QJsonObject ancillaryType(const char *did, const char *sdid)
-{
-    return jsonObject({{"DID", did}, {"SDID", sdid}});
-}
-
-// What a flow has beside the members that every flow has.
-QJsonObject flowMembers(Essence essence)
-{
-    switch (essence) {
-    case Essence::Video:
-        return jsonObject(
-            {{"grain_rate", rate(50)},
-             {"frame_width", 1920},
-             {"frame_height", 1080},
-             {"interlace_mode", "progressive"},
-             {"colorspace", "BT709"},
-             {"transfer_characteristic", "SDR"},
-             {"components",
-              QJsonArray{component("Y", 1920), component("Cb", 960), component("Cr", 960)}}});
-    case Essence::Audio:
-        return jsonObject({{"sample_rate", rate(48000)}, {"bit_depth", 24}});
-    case Essence::Data:
-        return jsonObject(
-            {{"grain_rate", rate(50)},
-             {"DID_SDID",
-              QJsonArray{ancillaryType("0x61", "0x01"), ancillaryType("0x60", "0x60")}}});
-    }
-    return {};
-}
-
 QString withoutZone(QHostAddress address)
 {
     address.setScopeId(QString());
     return address.toString();
 }
 
-// A multicast group of the sender's own, and other numbers that are the same in every run.
+// A multicast group that only this sender has, the same in every run.
 QString multicastGroup(const QString &id, bool isIpv6)
 {
     const QByteArray bytes = QUuid::fromString(id).toRfc4122();
@@ -108,6 +92,21 @@ QString multicastGroup(const QString &id, bool isIpv6)
             .arg(byte(1) * 256 + byte(2) + 1, 0, 16);
     }
     return QStringLiteral("239.%1.%2.%3").arg(byte(0)).arg(byte(1)).arg(byte(2) % 254 + 1);
+}
+
+bool isEnabled(const ConnectionEndpoint &connection)
+{
+    return connection.active().value(QLatin1String("master_enable")).toBool();
+}
+
+QString sourceId(const QString &senderId)
+{
+    return namedId({senderId, QStringLiteral("source")});
+}
+
+QString flowId(const QString &senderId)
+{
+    return namedId({senderId, QStringLiteral("flow")});
 }
 
 quint32 sessionNumber(const QString &id)
@@ -133,54 +132,41 @@ NodeModel::NodeModel(const NodeDescription &description, const QHostAddress &nod
     , address(nodeAddress)
     , port(nodePort)
     , base(baseUrl(nodeAddress, nodePort))
-    , id(namedId({description.label}))
-    , created(taiText(taiNow()))
+    , nodeId(namedId({description.label}))
+    , created(taiNow())
 {
     for (const DeviceDescription &device : description.devices) {
         const QString place = QString::number(devices.size());
-        devices.push_back({namedId({label, place, device.label}), device.label, {}, {}});
-        for (int at = 0; at < device.senders.size(); ++at) {
-            addEndpoint(device.senders.at(at), ConnectionEndpoint::Role::Sender, at);
-        }
-        for (int at = 0; at < device.receivers.size(); ++at) {
-            addEndpoint(device.receivers.at(at), ConnectionEndpoint::Role::Receiver, at);
-        }
+        devices.push_back({namedId({label, place, device.label}), device.label});
+        addEndpoints(device.senders, Role::Sender);
+        addEndpoints(device.receivers, Role::Receiver);
     }
 }
 
-void NodeModel::addEndpoint(const EndpointDescription &description, ConnectionEndpoint::Role role,
-                            int place)
+void NodeModel::addEndpoints(const QVector<EndpointDescription> &descriptions, Role role)
 {
-    const bool isSender = role == ConnectionEndpoint::Role::Sender;
-    Device &device = devices.back();
-    const QString kind = isSender ? QStringLiteral("sender") : QStringLiteral("receiver");
-    const QString endpointId = description.id.isEmpty()
-        ? namedId({label, device.id, kind, QString::number(place), description.label})
-        : description.id;
-    Endpoint endpoint{role,
-                      description.essence,
-                      endpointId,
-                      description.label,
-                      static_cast<int>(devices.size()) - 1,
-                      {role, description.essence, parameterDefaults(role, endpointId)},
-                      created,
-                      sessionNumber(endpointId)};
-    if (isSender) {
-        endpoint.sourceId = namedId({endpointId, QStringLiteral("source")});
-        endpoint.flowId = namedId({endpointId, QStringLiteral("flow")});
+    const QString &device = devices.back().id;
+    const QString kind =
+        role == Role::Sender ? QStringLiteral("sender") : QStringLiteral("receiver");
+    for (int place = 0; place < descriptions.size(); ++place) {
+        const EndpointDescription &description = descriptions.at(place);
+        const QString id =
+            namedId({label, device, kind, QString::number(place), description.label});
+        endpoints.push_back({role,
+                             description.essence,
+                             id,
+                             description.label,
+                             device,
+                             {role, description.essence, parameterDefaults(role, id)},
+                             created,
+                             sessionNumber(id)});
     }
-    (isSender ? device.senders : device.receivers).append(endpointId);
-    Endpoints &endpoints = isSender ? senders : receivers;
-    (isSender ? senderPlaces : receiverPlaces)
-        .insert(endpointId, static_cast<int>(endpoints.size()));
-    endpoints.push_back(endpoint);
 }
 
-QJsonObject NodeModel::parameterDefaults(ConnectionEndpoint::Role role,
-                                         const QString &endpointId) const
+QJsonObject NodeModel::parameterDefaults(Role role, const QString &id) const
 {
     const QString own = withoutZone(address);
-    if (role == ConnectionEndpoint::Role::Receiver) {
+    if (role == Role::Receiver) {
         return jsonObject({{"source_ip", QJsonValue()},
                            {"multicast_ip", QJsonValue()},
                            {"interface_ip", own},
@@ -189,76 +175,41 @@ QJsonObject NodeModel::parameterDefaults(ConnectionEndpoint::Role role,
     }
     const bool isIpv6 = address.protocol() == QAbstractSocket::IPv6Protocol;
     return jsonObject({{"source_ip", own},
-                       {"destination_ip", multicastGroup(endpointId, isIpv6)},
+                       {"destination_ip", multicastGroup(id, isIpv6)},
                        {"source_port", 5004},
                        {"destination_port", 5004},
                        {"rtp_enabled", true}});
 }
 
-const QString &NodeModel::nodeId() const
+QStringList NodeModel::ids(Role role, std::optional<Essence> essence) const
 {
-    return id;
-}
-
-QStringList NodeModel::deviceIds() const
-{
-    QStringList ids;
-    for (const Device &device : devices) {
-        ids.append(device.id);
-    }
-    return ids;
-}
-
-QStringList NodeModel::senderIds(std::optional<Essence> essence) const
-{
-    QStringList ids;
-    for (const Endpoint &sender : senders) {
-        if (!essence || sender.essence == *essence) {
-            ids.append(sender.id);
+    QStringList result;
+    for (const Endpoint &endpoint : endpoints) {
+        if (endpoint.role == role && (!essence || endpoint.essence == *essence)) {
+            result.append(endpoint.id);
         }
     }
-    return ids;
+    return result;
 }
 
-QStringList NodeModel::receiverIds(std::optional<Essence> essence) const
+const NodeModel::Endpoint *NodeModel::find(Role role, const QString &id) const
 {
-    QStringList ids;
-    for (const Endpoint &receiver : receivers) {
-        if (!essence || receiver.essence == *essence) {
-            ids.append(receiver.id);
-        }
-    }
-    return ids;
+    const auto found =
+        std::find_if(endpoints.begin(), endpoints.end(), [&](const Endpoint &endpoint) {
+            return endpoint.role == role && endpoint.id == id;
+        });
+    return found == endpoints.end() ? nullptr : &*found;
 }
 
-const NodeModel::Endpoint *NodeModel::find(ConnectionEndpoint::Role role,
-                                           const QString &endpointId) const
+QJsonObject NodeModel::active(Role role, const QString &id) const
 {
-    const bool isSender = role == ConnectionEndpoint::Role::Sender;
-    const int place = (isSender ? senderPlaces : receiverPlaces).value(endpointId, -1);
-    return place < 0 ? nullptr : &(isSender ? senders : receivers)[static_cast<size_t>(place)];
-}
-
-NodeModel::Endpoint *NodeModel::find(ConnectionEndpoint::Role role, const QString &endpointId)
-{
-    return const_cast<Endpoint *>(std::as_const(*this).find(role, endpointId));
-}
-
-const ConnectionEndpoint *NodeModel::sender(const QString &endpointId) const
-{
-    const Endpoint *const endpoint = find(ConnectionEndpoint::Role::Sender, endpointId);
-    return endpoint ? &endpoint->connection : nullptr;
-}
-
-const ConnectionEndpoint *NodeModel::receiver(const QString &endpointId) const
-{
-    const Endpoint *const endpoint = find(ConnectionEndpoint::Role::Receiver, endpointId);
-    return endpoint ? &endpoint->connection : nullptr;
+    const Endpoint *const endpoint = find(role, id);
+    return endpoint ? endpoint->connection.active() : QJsonObject();
 }
 
 QByteArray NodeModel::manifest(const QString &senderId) const
 {
-    const Endpoint *const sender = find(ConnectionEndpoint::Role::Sender, senderId);
+    const Endpoint *const sender = find(Role::Sender, senderId);
     if (!sender) {
         return {};
     }
@@ -271,165 +222,129 @@ QByteArray NodeModel::manifest(const QString &senderId) const
                               stream, sessionNumber(sender->id), sender->sdpVersion);
 }
 
-void NodeModel::noteActivation(Endpoint &endpoint, TaiTime time)
-{
-    endpoint.version = taiText(time);
-    ++endpoint.sdpVersion;
-    bodies.clear();
-}
-
-void NodeModel::advance()
-{
-    if (scheduled == 0) {
-        return;
-    }
-    const TaiTime now = taiNow();
-    for (Endpoints *endpoints : {&senders, &receivers}) {
-        for (Endpoint &endpoint : *endpoints) {
-            if (endpoint.connection.activateIfDue(now)) {
-                noteActivation(endpoint, now);
-                --scheduled;
-            }
-        }
-    }
-}
-
 QJsonObject NodeModel::self() const
 {
     const QJsonObject apiEndpoint =
         jsonObject({{"host", withoutZone(address)}, {"port", port}, {"protocol", "http"}});
-    const QJsonObject clock = jsonObject({{"name", "clk0"},
-                                          {"ref_type", "ptp"},
-                                          {"traceable", true},
-                                          {"version", "IEEE1588-2008"},
-                                          {"gmid", "08-00-11-ff-fe-21-e1-b0"},
-                                          {"locked", true}});
-    const QJsonObject interface = jsonObject(
-        {{"chassis_id", QJsonValue()}, {"port_id", "02-00-5e-10-00-01"}, {"name", "eth0"}});
-    QJsonObject node = core(id, created, label);
-    extend(&node,
-           jsonObject({{"href", QString(base + QLatin1Char('/'))},
-                       {"caps", QJsonObject()},
-                       {"api",
-                        jsonObject({{"versions", QJsonArray{QStringLiteral("v1.3")}},
-                                    {"endpoints", QJsonArray{apiEndpoint}}})},
-                       {"services", QJsonArray()},
-                       {"clocks", QJsonArray{clock}},
-                       {"interfaces", QJsonArray{interface}}}));
-    return node;
+    return merged({core(nodeId, created, label),
+                   jsonObject({{"href", QString(base + QLatin1Char('/'))},
+                               {"api",
+                                jsonObject({{"versions", QJsonArray{QStringLiteral("v1.3")}},
+                                            {"endpoints", QJsonArray{apiEndpoint}}})}}),
+                   jsonObject(R"({"caps": {}, "services": [],
+                        "clocks": [{"name": "clk0", "ref_type": "ptp", "traceable": true,
+                                    "version": "IEEE1588-2008",
+                                    "gmid": "08-00-11-ff-fe-21-e1-b0", "locked": true}],
+                        "interfaces": [{"chassis_id": null, "port_id": "02-00-5e-10-00-01",
+                                        "name": "eth0"}]})")});
 }
 
 QJsonObject NodeModel::deviceObject(const Device &device) const
 {
+    const auto idsBelow = [&](Role role) {
+        QJsonArray ids;
+        for (const Endpoint &endpoint : endpoints) {
+            if (endpoint.role == role && endpoint.deviceId == device.id) {
+                ids.append(endpoint.id);
+            }
+        }
+        return ids;
+    };
     const QJsonObject control =
         jsonObject({{"href", QString(base + QLatin1String("/x-nmos/connection/v1.1/"))},
                     {"type", "urn:x-nmos:control:sr-ctrl/v1.1"}});
-    QJsonObject object = core(device.id, created, device.label);
-    extend(&object,
-           jsonObject({{"type", "urn:x-nmos:device:generic"},
-                       {"node_id", id},
-                       {"senders", QJsonArray::fromStringList(device.senders)},
-                       {"receivers", QJsonArray::fromStringList(device.receivers)},
-                       {"controls", QJsonArray{control}}}));
-    return object;
+    return merged({core(device.id, created, device.label),
+                   jsonObject({{"type", "urn:x-nmos:device:generic"},
+                               {"node_id", nodeId},
+                               {"senders", idsBelow(Role::Sender)},
+                               {"receivers", idsBelow(Role::Receiver)},
+                               {"controls", QJsonArray{control}}})});
 }
 
 QJsonObject NodeModel::sourceObject(const Endpoint &sender) const
 {
-    QJsonObject object = core(sender.sourceId, created, sender.label);
-    extend(&object,
-           jsonObject({{"caps", QJsonObject()},
-                       {"device_id", devices[static_cast<size_t>(sender.device)].id},
-                       {"parents", QJsonArray()},
-                       {"clock_name", "clk0"},
-                       {"format", formatUrn(sender.essence)}}));
-    if (sender.essence == Essence::Audio) {
-        const QJsonObject left = jsonObject({{"label", "Left"}, {"symbol", "L"}});
-        const QJsonObject right = jsonObject({{"label", "Right"}, {"symbol", "R"}});
-        object.insert(QLatin1String("channels"), QJsonArray{left, right});
-    } else {
-        object.insert(QLatin1String("grain_rate"), rate(50));
-    }
-    return object;
+    const Shape &shape = shapeOf(sender.essence);
+    return merged({core(sourceId(sender.id), created, sender.label),
+                   jsonObject({{"caps", QJsonObject()},
+                               {"device_id", sender.deviceId},
+                               {"parents", QJsonArray()},
+                               {"clock_name", "clk0"},
+                               {"format", shape.format}}),
+                   jsonObject(shape.source)});
 }
 
 QJsonObject NodeModel::flowObject(const Endpoint &sender) const
 {
-    QJsonObject object = core(sender.flowId, created, sender.label);
-    extend(&object,
-           jsonObject({{"source_id", sender.sourceId},
-                       {"device_id", devices[static_cast<size_t>(sender.device)].id},
-                       {"parents", QJsonArray()},
-                       {"format", formatUrn(sender.essence)},
-                       {"media_type", mediaType(sender.essence)}}));
-    extend(&object, flowMembers(sender.essence));
-    return object;
+    const Shape &shape = shapeOf(sender.essence);
+    return merged({core(flowId(sender.id), created, sender.label),
+                   jsonObject({{"source_id", sourceId(sender.id)},
+                               {"device_id", sender.deviceId},
+                               {"parents", QJsonArray()},
+                               {"format", shape.format},
+                               {"media_type", shape.mediaType}}),
+                   jsonObject(shape.flow)});
 }
 
 QJsonObject NodeModel::senderObject(const Endpoint &sender) const
 {
     const QString href = base + QLatin1String("/x-nmos/connection/v1.1/single/senders/") + sender.id
         + QLatin1String("/transportfile");
-    QJsonObject object = core(sender.id, sender.version, sender.label);
-    extend(&object,
-           jsonObject({{"flow_id", sender.flowId},
-                       {"transport", "urn:x-nmos:transport:rtp.mcast"},
-                       {"device_id", devices[static_cast<size_t>(sender.device)].id},
-                       {"manifest_href", href},
-                       {"interface_bindings", QJsonArray{QStringLiteral("eth0")}},
-                       {"subscription",
-                        jsonObject({{"receiver_id", sender.connection.peer()},
-                                    {"active", sender.connection.isEnabled()}})}}));
-    return object;
+    return merged({core(sender.id, sender.version, sender.label),
+                   jsonObject({{"flow_id", flowId(sender.id)},
+                               {"transport", "urn:x-nmos:transport:rtp.mcast"},
+                               {"device_id", sender.deviceId},
+                               {"manifest_href", href},
+                               {"interface_bindings", QJsonArray{QStringLiteral("eth0")}},
+                               {"subscription",
+                                jsonObject({{"receiver_id", sender.connection.peer()},
+                                            {"active", isEnabled(sender.connection)}})}})});
 }
 
 QJsonObject NodeModel::receiverObject(const Endpoint &receiver) const
 {
+    const Shape &shape = shapeOf(receiver.essence);
+    const QJsonArray mediaTypes{QLatin1String(shape.mediaType)};
     // The peer counts only while something is received from it.
-    const bool active = receiver.connection.isEnabled();
+    const bool active = isEnabled(receiver.connection);
     const QJsonValue peer = active ? receiver.connection.peer() : QJsonValue();
-    QJsonObject object = core(receiver.id, receiver.version, receiver.label);
-    extend(&object,
-           jsonObject(
-               {{"transport", "urn:x-nmos:transport:rtp.mcast"},
-                {"device_id", devices[static_cast<size_t>(receiver.device)].id},
-                {"interface_bindings", QJsonArray{QStringLiteral("eth0")}},
-                {"format", formatUrn(receiver.essence)},
-                {"caps", jsonObject({{"media_types", QJsonArray{mediaType(receiver.essence)}}})},
-                {"subscription", jsonObject({{"sender_id", peer}, {"active", active}})}}));
-    return object;
+    return merged(
+        {core(receiver.id, receiver.version, receiver.label),
+         jsonObject({{"transport", "urn:x-nmos:transport:rtp.mcast"},
+                     {"device_id", receiver.deviceId},
+                     {"interface_bindings", QJsonArray{QStringLiteral("eth0")}},
+                     {"format", shape.format},
+                     {"caps", jsonObject({{"media_types", mediaTypes}})},
+                     {"subscription", jsonObject({{"sender_id", peer}, {"active", active}})}})});
 }
 
 QJsonValue NodeModel::resource(const QString &name) const
 {
-    const auto listOf = [this](const Endpoints &endpoints, auto build) {
-        QJsonArray array;
-        for (const Endpoint &endpoint : endpoints) {
-            array.append((this->*build)(endpoint));
-        }
-        return array;
+    struct Collection {
+        QLatin1String name;
+        Role role;
+        QJsonObject (NodeModel::*build)(const Endpoint &) const;
+    };
+    static const Collection collections[] = {
+        {QLatin1String("sources"), Role::Sender, &NodeModel::sourceObject},
+        {QLatin1String("flows"), Role::Sender, &NodeModel::flowObject},
+        {QLatin1String("senders"), Role::Sender, &NodeModel::senderObject},
+        {QLatin1String("receivers"), Role::Receiver, &NodeModel::receiverObject},
     };
     if (name == QLatin1String("self")) {
         return self();
     }
+    QJsonArray array;
     if (name == QLatin1String("devices")) {
-        QJsonArray array;
         for (const Device &device : devices) {
             array.append(deviceObject(device));
         }
-        return array;
     }
-    if (name == QLatin1String("sources")) {
-        return listOf(senders, &NodeModel::sourceObject);
+    for (const Collection &collection : collections) {
+        for (const Endpoint &endpoint : endpoints) {
+            if (name == collection.name && endpoint.role == collection.role) {
+                array.append((this->*collection.build)(endpoint));
+            }
+        }
     }
-    if (name == QLatin1String("flows")) {
-        return listOf(senders, &NodeModel::flowObject);
-    }
-    if (name == QLatin1String("senders")) {
-        return listOf(senders, &NodeModel::senderObject);
-    }
-    if (name == QLatin1String("receivers")) {
-        return listOf(receivers, &NodeModel::receiverObject);
-    }
-    return QJsonValue::Undefined;
+    return array;
 }

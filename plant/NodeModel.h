@@ -17,65 +17,49 @@
 // threads at a time.
 class NodeModel final {
 public:
+    using Role = ConnectionEndpoint::Role;
+
     NodeModel(const NodeDescription &description, const QHostAddress &address, quint16 port);
 
-    // The sender or receiver that a staged endpoint belongs to, when its PATCH activated it.
     struct Outcome {
         HttpAnswer answer;
-        QString activatedId = {};
+        QString activatedId = {}; // the sender or receiver that the request activated; empty: none
     };
     Outcome answer(const HttpRequest &request);
 
     // "http://127.0.0.1:8010"
     static QString baseUrl(const QHostAddress &address, quint16 port);
 
-    const QString &nodeId() const;
-    QStringList deviceIds() const;
-    QStringList senderIds(std::optional<Essence> essence) const;
-    QStringList receiverIds(std::optional<Essence> essence) const;
-
-    // Do the scheduled activations that are due, so that what follows shows the present state.
-    void advance();
-
-    // Null for an unknown id.
-    const ConnectionEndpoint *sender(const QString &id) const;
-    const ConnectionEndpoint *receiver(const QString &id) const;
+    // Of one essence, or all.
+    QStringList ids(Role role, std::optional<Essence> essence = {}) const;
 
     // Empty for an unknown id.
+    QJsonObject active(Role role, const QString &id) const;
     QByteArray manifest(const QString &senderId) const;
 
-    // "self" is an object, "devices", "sources", "flows", "senders" and "receivers" are arrays; all
-    // else is undefined.
+    // "self" is an object; "devices", "sources", "flows", "senders" and "receivers" are arrays.
     QJsonValue resource(const QString &name) const;
 
 private:
     struct Endpoint {
-        ConnectionEndpoint::Role role;
+        Role role;
         Essence essence;
         QString id;
         QString label;
-        int device;
+        QString deviceId;
         ConnectionEndpoint connection;
         QString version;
         quint32 sdpVersion;
-        QString sourceId = {}; // of senders only, as the next
-        QString flowId = {};
     };
-    using Endpoints = std::vector<Endpoint>;
 
     struct Device {
         QString id;
         QString label;
-        QStringList senders;
-        QStringList receivers;
     };
 
-    void addEndpoint(const EndpointDescription &description, ConnectionEndpoint::Role role,
-                     int place);
-    QJsonObject parameterDefaults(ConnectionEndpoint::Role role, const QString &id) const;
-    const Endpoint *find(ConnectionEndpoint::Role role, const QString &id) const;
-    Endpoint *find(ConnectionEndpoint::Role role, const QString &id);
-    void noteActivation(Endpoint &endpoint, TaiTime time);
+    void addEndpoints(const QVector<EndpointDescription> &descriptions, Role role);
+    QJsonObject parameterDefaults(Role role, const QString &id) const;
+    const Endpoint *find(Role role, const QString &id) const;
 
     QJsonObject self() const;
     QJsonObject deviceObject(const Device &device) const;
@@ -84,24 +68,19 @@ private:
     QJsonObject senderObject(const Endpoint &sender) const;
     QJsonObject receiverObject(const Endpoint &receiver) const;
 
-    const QByteArray &resourceBody(const QString &name);
-    std::optional<QByteArray> nodeApi(const QStringList &segments);
-    std::optional<QByteArray> connectionApi(const QStringList &segments, QByteArray *contentType);
-    std::optional<QByteArray> singleEndpoint(const QStringList &segments,
-                                             QByteArray *contentType) const;
-    std::optional<Outcome> patchStaged(const HttpRequest &request, const QStringList &segments);
+    // The answer to a GET of the path, given without its slashes; nothing when it does not exist.
+    std::optional<HttpAnswer> read(const QStringList &segments);
+    std::optional<QByteArray> resourceBody(const QString &name, const QString &id);
+    std::optional<HttpAnswer> endpoint(Role role, const QStringList &segments) const;
+    Outcome patch(const HttpRequest &request, const QStringList &segments);
 
     QString label;
     QHostAddress address;
     quint16 port;
     QString base;
-    QString id;
+    QString nodeId;
     QString created;
     std::vector<Device> devices;
-    Endpoints senders;
-    Endpoints receivers;
-    QHash<QString, int> senderPlaces;
-    QHash<QString, int> receiverPlaces;
+    std::vector<Endpoint> endpoints;
     QHash<QString, QByteArray> bodies; // serialised resources, emptied by activations
-    int scheduled = 0; // activations to come, and those taken back
 };

@@ -2,43 +2,18 @@
 
 #include "Json.h"
 
-#include <QJsonDocument>
+#include <QRegularExpression>
+
+#include <algorithm>
 
 namespace {
 
-using Role = ConnectionEndpoint::Role;
-
-const QLatin1String sendersName("senders");
-const QLatin1String receiversName("receivers");
-
-QByteArray toJson(const QJsonObject &object)
-{
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
-}
-
-QByteArray toJson(const QJsonArray &array)
-{
-    return QJsonDocument(array).toJson(QJsonDocument::Compact);
-}
-
-// The list of what is found below a path, as every NMOS API gives it.
-QByteArray listing(const QStringList &names)
-{
-    QJsonArray array;
-    for (const QString &name : names) {
-        array.append(QString(name + QLatin1Char('/')));
-    }
-    return toJson(array);
-}
-
 HttpAnswer errorAnswer(int code, const QString &message)
 {
-    HttpAnswer answer;
-    answer.status = code;
-    answer.body = toJson(nmosError(code, message));
-    return answer;
+    return {code, toJson(nmosError(code, message))};
 }
 
+// For browsers, which ask what they may send to another host before they send it.
 HttpAnswer optionsAnswer()
 {
     HttpAnswer answer;
@@ -48,112 +23,95 @@ HttpAnswer optionsAnswer()
     return answer;
 }
 
-// What exists, but not for reading: the bulk interface and the receivers' old target.
-HttpAnswer notFound(const HttpRequest &request, const QStringList &segments)
+// What is found below a path, as every NMOS API lists it.
+HttpAnswer listing(const QStringList &names)
 {
-    const bool isBulk = segments.size() == 5 && segments.at(3) == QLatin1String("bulk");
-    const bool isTarget = segments.size() == 6 && segments.at(3) == receiversName
-        && segments.at(5) == QLatin1String("target");
-    if (!isBulk && !isTarget) {
-        return errorAnswer(404, QStringLiteral("there is no such resource"));
+    QJsonArray array;
+    for (const QString &name : names) {
+        array.append(QString(name + QLatin1Char('/')));
     }
-    if (request.method == "OPTIONS") {
-        return optionsAnswer();
-    }
-    if (request.method == (isBulk ? "POST" : "PUT")) {
-        return errorAnswer(501, QStringLiteral("not supported by this node"));
-    }
-    HttpAnswer answer = errorAnswer(405, QStringLiteral("this resource cannot be read"));
-    answer.headers = {{"Allow", isBulk ? "OPTIONS, POST" : "OPTIONS, PUT"}};
-    return answer;
+    return {200, toJson(array)};
 }
 
-std::optional<Role> roleOf(const QString &name)
-{
-    if (name == sendersName) {
-        return Role::Sender;
-    }
-    return name == receiversName ? std::optional(Role::Receiver) : std::nullopt;
-}
-
-} // namespace
-
-const QByteArray &NodeModel::resourceBody(const QString &name)
-{
-    QByteArray &body = bodies[name];
-    if (body.isEmpty()) {
-        const QJsonValue value = resource(name);
-        body = value.isArray() ? toJson(value.toArray()) : toJson(value.toObject());
-    }
-    return body;
-}
-
-// Segments as in x-nmos/node/v1.3/senders/ID.
-std::optional<QByteArray> NodeModel::nodeApi(const QStringList &segments)
+const QStringList &resourceNames()
 {
     static const QStringList names{QStringLiteral("self"),    QStringLiteral("sources"),
                                    QStringLiteral("flows"),   QStringLiteral("devices"),
                                    QStringLiteral("senders"), QStringLiteral("receivers")};
-    if (segments.size() == 2) {
-        return listing({QStringLiteral("v1.3")});
+    return names;
+}
+
+// What is found below the paths that are the same for every node.
+const QHash<QString, QStringList> &commonPaths()
+{
+    static const QStringList both{QStringLiteral("senders"), QStringLiteral("receivers")};
+    static const QHash<QString, QStringList> paths{
+        {QStringLiteral("x-nmos"), {QStringLiteral("connection"), QStringLiteral("node")}},
+        {QStringLiteral("x-nmos/node"), {QStringLiteral("v1.3")}},
+        {QStringLiteral("x-nmos/node/v1.3"), resourceNames()},
+        {QStringLiteral("x-nmos/connection"), {QStringLiteral("v1.1")}},
+        {QStringLiteral("x-nmos/connection/v1.1"),
+         {QStringLiteral("bulk"), QStringLiteral("single")}},
+        {QStringLiteral("x-nmos/connection/v1.1/bulk"), both},
+        {QStringLiteral("x-nmos/connection/v1.1/single"), both},
+    };
+    return paths;
+}
+
+} // namespace
+
+std::optional<HttpAnswer> NodeModel::read(const QStringList &segments)
+{
+    const auto common = commonPaths().constFind(segments.join(QLatin1Char('/')));
+    if (common != commonPaths().constEnd()) {
+        return listing(*common);
     }
-    if (segments.at(2) != QLatin1String("v1.3")) {
-        return {};
-    }
-    if (segments.size() == 3) {
-        return listing(names);
-    }
-    const QString &name = segments.at(3);
-    if (segments.size() == 4 && names.contains(name)) {
-        return resourceBody(name);
-    }
-    if (segments.size() == 5) {
-        const QJsonArray array = resource(name).toArray();
-        for (const QJsonValue &entry : array) {
-            if (entry.toObject().value(QLatin1String("id")) == QJsonValue(segments.at(4))) {
-                return toJson(entry.toObject());
-            }
+    const QString api = segments.mid(0, 4).join(QLatin1Char('/'));
+    const QString name = segments.value(4);
+    if (api == QLatin1String("x-nmos/connection/v1.1/single")) {
+        if (name == QLatin1String("senders") || name == QLatin1String("receivers")) {
+            return endpoint(name == QLatin1String("senders") ? Role::Sender : Role::Receiver,
+                            segments.mid(5));
+        }
+    } else if (api.startsWith(QLatin1String("x-nmos/node/v1.3/")) && segments.size() <= 5) {
+        if (const auto body = resourceBody(segments.at(3), name)) {
+            return HttpAnswer{200, *body};
         }
     }
     return {};
 }
 
-// Segments as in x-nmos/connection/v1.1/single/senders/ID/staged.
-std::optional<QByteArray> NodeModel::connectionApi(const QStringList &segments,
-                                                   QByteArray *contentType)
+// A resource as a whole, or the one of that id.
+std::optional<QByteArray> NodeModel::resourceBody(const QString &name, const QString &id)
 {
-    if (segments.size() == 2) {
-        return listing({QStringLiteral("v1.1")});
-    }
-    if (segments.at(2) != QLatin1String("v1.1")) {
+    if (!resourceNames().contains(name)) {
         return {};
     }
-    if (segments.size() == 3) {
-        return listing({QStringLiteral("bulk"), QStringLiteral("single")});
+    if (id.isEmpty()) {
+        QByteArray &body = bodies[name];
+        if (body.isEmpty()) {
+            const QJsonValue value = resource(name);
+            body = value.isArray() ? toJson(value.toArray()) : toJson(value.toObject());
+        }
+        return body;
     }
-    const bool isSingle = segments.at(3) == QLatin1String("single");
-    if (!isSingle && segments.at(3) != QLatin1String("bulk")) {
-        return {};
+    const QJsonArray array = resource(name).toArray();
+    for (const QJsonValue &entry : array) {
+        if (entry.toObject().value(QLatin1String("id")) == QJsonValue(id)) {
+            return toJson(entry.toObject());
+        }
     }
-    if (segments.size() == 4) {
-        return listing({sendersName, receiversName});
-    }
-    const auto role = roleOf(segments.at(4));
-    if (!isSingle || !role) {
-        return {};
-    }
-    if (segments.size() == 5) {
-        return listing(*role == Role::Sender ? senderIds({}) : receiverIds({}));
-    }
-    return singleEndpoint(segments, contentType);
+    return {};
 }
 
-std::optional<QByteArray> NodeModel::singleEndpoint(const QStringList &segments,
-                                                    QByteArray *contentType) const
+// Segments as in ID/staged.
+std::optional<HttpAnswer> NodeModel::endpoint(Role role, const QStringList &segments) const
 {
-    const Role role = *roleOf(segments.at(4));
-    const Endpoint *const endpoint = find(role, segments.at(5));
-    if (!endpoint) {
+    if (segments.isEmpty()) {
+        return listing(ids(role));
+    }
+    const Endpoint *const found = find(role, segments.first());
+    if (!found || segments.size() > 2) {
         return {};
     }
     QStringList names{QStringLiteral("constraints"), QStringLiteral("staged"),
@@ -161,81 +119,66 @@ std::optional<QByteArray> NodeModel::singleEndpoint(const QStringList &segments,
     if (role == Role::Sender) {
         names.append(QStringLiteral("transportfile"));
     }
-    if (segments.size() == 6) {
+    if (segments.size() == 1) {
         return listing(names);
     }
-    const ConnectionEndpoint &connection = endpoint->connection;
-    switch (segments.size() == 7 ? names.indexOf(segments.at(6)) : -1) {
+    const ConnectionEndpoint &connection = found->connection;
+    switch (names.indexOf(segments.at(1))) {
     case 0:
-        return toJson(connection.constraints());
+        return HttpAnswer{200, toJson(connection.constraints())};
     case 1:
-        return toJson(connection.staged());
+        return HttpAnswer{200, toJson(connection.staged())};
     case 2:
-        return toJson(connection.active());
+        return HttpAnswer{200, toJson(connection.active())};
     case 3:
-        return QByteArray("\"urn:x-nmos:transport:rtp\"");
+        return HttpAnswer{200, "\"urn:x-nmos:transport:rtp\""};
     case 4:
-        *contentType = "application/sdp";
-        return manifest(endpoint->id);
+        return HttpAnswer{200, manifest(found->id), "application/sdp"};
     default:
         return {};
     }
 }
 
-std::optional<NodeModel::Outcome> NodeModel::patchStaged(const HttpRequest &request,
-                                                         const QStringList &segments)
+// Segments as in x-nmos/connection/v1.1/single/senders/ID/staged, which exists.
+NodeModel::Outcome NodeModel::patch(const HttpRequest &request, const QStringList &segments)
 {
-    if (request.method != "PATCH" || segments.size() != 7
-        || segments.at(6) != QLatin1String("staged")) {
-        return {};
-    }
-    const TaiTime now = taiNow();
-    Endpoint *const endpoint = find(*roleOf(segments.at(4)), segments.at(5));
-    const ConnectionEndpoint::Answer result = endpoint->connection.patch(request.body, now);
-    Outcome outcome;
-    outcome.answer.status = result.status;
-    outcome.answer.body = toJson(result.body);
+    const auto patched =
+        std::find_if(endpoints.begin(), endpoints.end(),
+                     [&](const Endpoint &endpoint) { return endpoint.id == segments.at(5); });
+    const ConnectionEndpoint::Answer result = patched->connection.patch(request.body);
+    Outcome outcome{{result.status, toJson(result.body)}};
     if (result.activated) {
-        noteActivation(*endpoint, now);
-        outcome.activatedId = endpoint->id;
-    } else if (result.status == 202) {
-        ++scheduled;
+        patched->version = taiNow();
+        ++patched->sdpVersion;
+        bodies.clear();
+        outcome.activatedId = patched->id;
     }
     return outcome;
 }
 
 NodeModel::Outcome NodeModel::answer(const HttpRequest &request)
 {
-    advance();
-    const QStringList segments = request.path.split(QLatin1Char('/'), Qt::SkipEmptyParts);
-    const QString api = segments.value(1);
-    const bool isNodeApi = api == QLatin1String("node");
-    const bool isConnectionApi = api == QLatin1String("connection");
-    HttpAnswer found;
-    std::optional<QByteArray> body;
-    if (segments.value(0) != QLatin1String("x-nmos")) {
-        body = {};
-    } else if (segments.size() == 1) {
-        body = listing({QStringLiteral("connection"), QStringLiteral("node")});
-    } else if (isNodeApi) {
-        body = nodeApi(segments);
-    } else if (isConnectionApi) {
-        body = connectionApi(segments, &found.contentType);
+    const QStringList segments = request.resource.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    // Optional in IS-05; a controller falls back on single requests.
+    static const QRegularExpression bulk(
+        QStringLiteral("^/x-nmos/connection/v1.1/bulk/(senders|receivers)/?$"));
+    const bool isBulk = bulk.match(request.resource).hasMatch();
+    const auto found = isBulk ? HttpAnswer() : read(segments);
+    if (!found) {
+        return {errorAnswer(404, QStringLiteral("there is no such resource"))};
     }
-    if (!body) {
-        return {notFound(request, segments)};
-    }
-    if (request.method == "OPTIONS") {
+    if (request.method == QLatin1String("OPTIONS")) {
         return {optionsAnswer()};
     }
-    if (request.method == "GET" || request.method == "HEAD") {
-        found.body = *body;
-        return {found};
+    if (isBulk && request.method == QLatin1String("POST")) {
+        return {errorAnswer(501, QStringLiteral("bulk requests are not supported"))};
     }
-    if (isConnectionApi) {
-        if (const auto patched = patchStaged(request, segments)) {
-            return *patched;
-        }
+    if (!isBulk
+        && (request.method == QLatin1String("GET") || request.method == QLatin1String("HEAD"))) {
+        return {*found};
     }
-    return {errorAnswer(405, QStringLiteral("this resource cannot be changed"))};
+    if (request.method == QLatin1String("PATCH") && segments.value(6) == QLatin1String("staged")) {
+        return patch(request, segments);
+    }
+    return {errorAnswer(405, QStringLiteral("this resource has no such method"))};
 }

@@ -2,23 +2,24 @@
 
 #include <sys/resource.h>
 
-quint64 Plant::raiseFileLimit()
+namespace {
+
+QHostAddress loopbackAddress(int index)
+{
+    constexpr int hostsPerNet = 250;
+    constexpr quint32 first = 0x7f000101; // 127.0.1.1
+    return QHostAddress(first + static_cast<quint32>(index / hostsPerNet * 256)
+                        + static_cast<quint32>(index % hostsPerNet));
+}
+
+} // namespace
+
+void Plant::raiseFileLimit()
 {
     rlimit limit{};
     ::getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = limit.rlim_max;
     ::setrlimit(RLIMIT_NOFILE, &limit);
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    return limit.rlim_cur;
-}
-
-QHostAddress Plant::loopbackAddress(int index)
-{
-    constexpr int hostsPerNet = 250;
-    constexpr quint32 first = 0x7f000101; // 127.0.1.1
-    const auto net = static_cast<quint32>(index / hostsPerNet);
-    const auto place = static_cast<quint32>(index % hostsPerNet);
-    return QHostAddress(first + net * 256 + place);
 }
 
 SimulatedNode &Plant::add(const NodeDescription &description, const QHostAddress &address,

@@ -12,19 +12,16 @@ public:
     Q_DISABLE_COPY_MOVE(Plant)
 
     // Raises the process's limit of open files as far as the system lets it: each node needs one
-    // for its port and one for each connection. Returns the limit that holds now.
-    static quint64 raiseFileLimit();
-
-    // 127.0.1.1, 127.0.1.2, ... 127.0.1.250, 127.0.2.1, ...: the loopback address of a node by its
-    // index, so that each node is a host of its own, as in a real network.
-    static QHostAddress loopbackAddress(int index);
+    // for its port and one for each connection.
+    static void raiseFileLimit();
 
     // Adds a node; the plant owns it and destroys it with itself.
     SimulatedNode &add(const NodeDescription &description, const QHostAddress &address,
                        quint16 port = 0);
 
-    // Adds nodes at the loopback addresses that follow those already taken by this function, each
-    // on a free port; the description is made for each from its index.
+    // Adds nodes, each on a free port of an address of its own, as in a real network: 127.0.1.1,
+    // 127.0.1.2, ... 127.0.1.250, 127.0.2.1, ... A second call goes on where the first ended. The
+    // description is made for each from its index.
     void addMany(int count, const std::function<NodeDescription(int)> &describe);
 
     int size() const;

@@ -5,44 +5,20 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QSocketNotifier>
+#include <QUrl>
 
 #include <algorithm>
 #include <cstdio>
-#include <optional>
 
 #include <csignal>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 namespace {
 
 struct Role {
     QString name;
     NodeDescription description;
-    QString defaultEndpoint;
+    QString defaultPlace;
 };
-
-struct Endpoint {
-    QHostAddress address;
-    quint16 port = 0;
-};
-
-// "127.0.0.10:8010", "[::1]:8010" or "::1:8010".
-std::optional<Endpoint> endpointOf(const QString &text)
-{
-    QString host = text.section(QLatin1Char(':'), 0, -2);
-    if (host.startsWith(QLatin1Char('[')) && host.endsWith(QLatin1Char(']'))) {
-        host = host.mid(1, host.size() - 2);
-    }
-    bool isNumber = false;
-    const quint16 port = text.section(QLatin1Char(':'), -1).toUShort(&isNumber);
-    const QHostAddress address(host);
-    if (!isNumber || address.isNull()) {
-        return {};
-    }
-    return Endpoint{address, port};
-}
 
 void say(FILE *stream, const QString &line)
 {
@@ -50,32 +26,18 @@ void say(FILE *stream, const QString &line)
     std::fflush(stream);
 }
 
-// Has to come before the first thread: the threads inherit the mask.
-int openSignals()
+// place: "127.0.0.10:8010" or "[::1]:8010".
+bool startNode(Plant *plant, const Role &role, const QString &place, bool verbose)
 {
-    sigset_t signalSet;
-    sigemptyset(&signalSet);
-    sigaddset(&signalSet, SIGINT);
-    sigaddset(&signalSet, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signalSet, nullptr);
-    return signalfd(-1, &signalSet, SFD_CLOEXEC);
-}
-
-bool startNode(Plant *plant, const Role &role, const QString &where, bool verbose)
-{
-    const auto endpoint = endpointOf(where);
-    if (!endpoint) {
-        say(stderr, QStringLiteral("%1: not an address and a port: %2").arg(role.name, where));
-        return false;
-    }
-    SimulatedNode &node = plant->add(role.description, endpoint->address, endpoint->port);
+    const QUrl url(QStringLiteral("http://") + place);
+    SimulatedNode &node =
+        plant->add(role.description, QHostAddress(url.host()), static_cast<quint16>(url.port(0)));
     if (!node.isListening()) {
-        say(stderr, QStringLiteral("%1: cannot listen at %2").arg(role.name, where));
+        say(stderr, QStringLiteral("%1: cannot listen at %2").arg(role.name, place));
         return false;
     }
     if (verbose) {
-        const QString host = node.host();
-        node.setRequestObserver([host](const LoggedRequest &request) {
+        node.setRequestObserver([host = node.host()](const LoggedRequest &request) {
             const QString body = QString::fromUtf8(request.body);
             say(stderr,
                 QStringLiteral("%1  %2 %3 %4").arg(host, request.method, request.path, body));
@@ -90,14 +52,7 @@ bool startNode(Plant *plant, const Role &role, const QString &where, bool verbos
 // "studio-a-camera-1" for "Studio A Camera 1".
 QByteArray hostNameOf(const QString &label)
 {
-    QByteArray name = label.toLower().toLatin1();
-    std::replace_if(
-        name.begin(), name.end(),
-        [](char letter) {
-            return !(letter >= 'a' && letter <= 'z') && !(letter >= '0' && letter <= '9');
-        },
-        '-');
-    return name.left(63);
+    return label.toLower().toLatin1().replace(' ', '-');
 }
 
 bool announce(Announcer *announcer, const SimulatedNode &node)
@@ -115,7 +70,13 @@ bool announce(Announcer *announcer, const SimulatedNode &node)
 
 int main(int argc, char **argv)
 {
-    const int signalDescriptor = openSignals();
+    // Before the first thread: the others inherit the mask, and the nodes run on threads of theirs.
+    sigset_t endSignals;
+    sigemptyset(&endSignals);
+    sigaddset(&endSignals, SIGINT);
+    sigaddset(&endSignals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &endSignals, nullptr);
+
     const QCoreApplication app(argc, argv);
     const Role roles[] = {
         {QStringLiteral("transmitter"), NodeDescription::transmitter(),
@@ -129,46 +90,32 @@ int main(int argc, char **argv)
     parser.addHelpOption();
     for (const Role &role : roles) {
         parser.addOption({role.name, QStringLiteral("Where the %1 listens.").arg(role.name),
-                          QStringLiteral("ADDRESS:PORT"), role.defaultEndpoint});
+                          QStringLiteral("ADDRESS:PORT"), role.defaultPlace});
     }
     const QCommandLineOption verbose(QStringLiteral("verbose"),
                                      QStringLiteral("Write each request to standard error."));
-    const QCommandLineOption withStdin(QStringLiteral("with-stdin"),
-                                       QStringLiteral("End when standard input is closed."));
     const QCommandLineOption withAnnouncements(
         QStringLiteral("announce"),
         QStringLiteral("Announce the nodes by mDNS on every interface."));
-    parser.addOptions({verbose, withStdin, withAnnouncements});
+    parser.addOptions({verbose, withAnnouncements});
     parser.process(app);
 
     Plant plant;
+    Announcer::silenceAvahi();
+    std::unique_ptr<Announcer> announcer;
+    if (parser.isSet(withAnnouncements)) {
+        announcer = std::make_unique<Announcer>();
+    }
     for (const Role &role : roles) {
         if (!startNode(&plant, role, parser.value(role.name), parser.isSet(verbose))) {
             return 1;
         }
-    }
-
-    std::optional<Announcer> announcer;
-    if (parser.isSet(withAnnouncements)) {
-        Announcer::silenceAvahi();
-        announcer.emplace();
-        for (int index = 0; index < plant.size(); ++index) {
-            if (!announce(&*announcer, plant.at(index))) {
-                say(stderr, QStringLiteral("cannot announce the nodes"));
-                return 1;
-            }
+        if (announcer && !announce(announcer.get(), plant.at(plant.size() - 1))) {
+            say(stderr, QStringLiteral("cannot announce the nodes"));
+            return 1;
         }
     }
-
-    const QSocketNotifier signalNotifier(signalDescriptor, QSocketNotifier::Read);
-    QObject::connect(&signalNotifier, &QSocketNotifier::activated, &app, &QCoreApplication::quit);
-    QSocketNotifier inputNotifier(STDIN_FILENO, QSocketNotifier::Read);
-    inputNotifier.setEnabled(parser.isSet(withStdin));
-    QObject::connect(&inputNotifier, &QSocketNotifier::activated, &app, [] {
-        char discarded[256];
-        if (::read(STDIN_FILENO, discarded, sizeof discarded) <= 0) {
-            QCoreApplication::quit();
-        }
-    });
-    return QCoreApplication::exec();
+    int received = 0;
+    sigwait(&endSignals, &received);
+    return 0;
 }

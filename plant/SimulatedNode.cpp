@@ -3,13 +3,12 @@
 #include "Json.h"
 #include "NodeModel.h"
 
-#include <QJsonDocument>
-#include <QSet>
+#include <QHash>
 
 #include <algorithm>
-#include <atomic>
+#include <condition_variable>
+#include <iterator>
 #include <mutex>
-#include <shared_mutex>
 
 namespace {
 
@@ -17,8 +16,8 @@ namespace {
 struct SetFault {
     QString path;
     Fault fault;
-    std::atomic<bool> cleared{false};
-    QSet<QString> activated = {}; // senders since then
+    bool cleared = false;
+    QStringList activated = {}; // senders and receivers since then
 };
 
 QString withoutSlash(const QString &path)
@@ -32,70 +31,17 @@ bool covers(const QString &pattern, const QString &path)
                                               : withoutSlash(pattern) == withoutSlash(path);
 }
 
-// The id in ".../single/senders/ID/...".
-QString senderInPath(const QString &path)
+bool meets(const SetFault &set, const HttpRequest &request)
 {
-    static const QString before = SimulatedNode::manifestPath({}).section(QLatin1Char('/'), 0, 5);
-    return path.startsWith(before) ? path.section(QLatin1Char('/'), 6, 6) : QString();
-}
-
-HttpAnswer errorAnswer(int code)
-{
-    const QString message = QStringLiteral("fault switched on: %1").arg(code);
-    HttpAnswer answer;
-    answer.status = code;
-    answer.body = QJsonDocument(nmosError(code, message)).toJson(QJsonDocument::Compact);
-    return answer;
-}
-
-// The answer that a fault puts in place of the node's own; nothing when that is still wanted.
-std::optional<HttpAnswer> replacement(const Fault &fault)
-{
-    HttpAnswer answer;
-    answer.contentType = fault.contentType;
-    answer.body = fault.content;
-    switch (fault.kind) {
-    case Fault::Kind::Status:
-        if (fault.content.isEmpty() && fault.code >= 400) {
-            return errorAnswer(fault.code);
-        }
-        answer.status = fault.code;
-        return answer;
-    case Fault::Kind::Body:
-        if (!fault.encoding.isEmpty()) {
-            answer.headers = {{"Content-Encoding", fault.encoding}};
-        }
-        return answer;
-    case Fault::Kind::Redirect:
-        answer.status = fault.code;
-        answer.headers = {{"Location", fault.location}};
-        return answer;
-    case Fault::Kind::Reset:
-        answer.wire = HttpAnswer::Wire::Reset;
-        return answer;
-    case Fault::Kind::Drop:
-        answer.wire = HttpAnswer::Wire::Drop;
-        return answer;
-    case Fault::Kind::Flood:
-        answer.wire = HttpAnswer::Wire::Flood;
-        answer.contentType = "application/json";
-        answer.floodBytes = fault.floodBytes;
-        return answer;
-    case Fault::Kind::UntilActivated:
-        return errorAnswer(404);
-    case Fault::Kind::Delay:
-    case Fault::Kind::Hang:
-    case Fault::Kind::Truncate:
-    case Fault::Kind::Drip:
-        break;
-    }
-    return {};
-}
-
-LoggedRequest logged(const HttpRequest &request)
-{
-    return {QString::fromLatin1(request.method), QString::fromUtf8(request.target), request.body,
-            request.contentType, request.headers};
+    const auto isOfRequest = [&request](const QString &id) {
+        return request.resource.contains(id);
+    };
+    const Fault &fault = set.fault;
+    return fault.remaining != 0
+        && (fault.method.isEmpty() || request.method == QLatin1String(fault.method))
+        && covers(set.path, request.resource)
+        && (fault.kind != Fault::Kind::UntilActivated
+            || std::none_of(set.activated.begin(), set.activated.end(), isOfRequest));
 }
 
 } // namespace
@@ -112,74 +58,57 @@ struct SimulatedNode::Private {
     const NodeDescription description;
     const QHostAddress address;
 
-    // Held alone while the server comes and goes; before mutex, where both are.
-    std::shared_mutex serverMutex;
+    std::mutex serverMutex; // held while the server comes and goes; before mutex, where both are
     std::unique_ptr<HttpServer> server;
-    std::atomic<bool> listening{false};
 
     std::mutex mutex; // guards all that follows
+    std::condition_variable changed; // a fault was cleared, or the node stops
+    bool listening = false;
     quint16 port;
-    std::unique_ptr<NodeModel> model;
-    QHash<QString, QPair<QByteArray, QByteArray>> resources; // by path without slash
+    std::optional<NodeModel> model;
+    QHash<QString, HttpAnswer> resources; // by path without slash
     QList<std::shared_ptr<SetFault>> faults;
     QList<LoggedRequest> log;
     std::function<void(const LoggedRequest &)> observer;
     int responseDelay = 0;
 
-    HttpAnswer answer(HttpServer &serving, const HttpRequest &request);
-    HttpAnswer ownAnswer(const HttpRequest &request);
+    HttpAnswer answer(const HttpRequest &request);
     std::shared_ptr<SetFault> takeFault(const HttpRequest &request);
+    bool pause(std::unique_lock<std::mutex> &lock, int milliseconds);
+    HttpAnswer ownAnswer(const HttpRequest &request);
     void removeFaults(const std::function<bool(const SetFault &)> &which);
-    QJsonObject parameters(const ConnectionEndpoint *(NodeModel::*find)(const QString &) const,
-                           const QString &id,
-                           const QJsonObject &(ConnectionEndpoint::*part)() const);
-    void wake();
-    bool listen();
 };
 
-// Of one sender or receiver, as they stand once every activation that is due has come.
-QJsonObject SimulatedNode::Private::parameters(
-    const ConnectionEndpoint *(NodeModel::*find)(const QString &) const, const QString &id,
-    const QJsonObject &(ConnectionEndpoint::*part)() const)
+HttpAnswer SimulatedNode::Private::answer(const HttpRequest &request)
 {
-    const std::scoped_lock lock(mutex);
-    model->advance();
-    const ConnectionEndpoint *const endpoint = (model.get()->*find)(id);
-    return endpoint ? (endpoint->*part)() : QJsonObject();
-}
-
-HttpAnswer SimulatedNode::Private::answer(HttpServer &serving, const HttpRequest &request)
-{
-    const LoggedRequest entry = logged(request);
     std::unique_lock lock(mutex);
-    log.append(entry);
+    log.append(request);
     const auto observe = observer;
-    const int delay = responseDelay;
     const std::shared_ptr<SetFault> set = takeFault(request);
+    const Fault fault = set ? set->fault : Fault();
     lock.unlock();
     if (observe) {
-        observe(entry);
+        observe(request);
     }
-    serving.pause(delay + (set ? set->fault.delayMilliseconds : 0));
-    if (!set) {
-        return ownAnswer(request);
+    lock.lock();
+    pause(lock, responseDelay + (fault.kind == Fault::Kind::Delay ? fault.milliseconds : 0));
+    if (fault.answer) {
+        return *fault.answer;
     }
-    const Fault &fault = set->fault;
-    if (const auto replaced = replacement(fault)) {
-        return *replaced;
+    if (fault.kind == Fault::Kind::Hang) {
+        changed.wait(lock, [this, &set] { return !listening || set->cleared; });
     }
-    if (fault.kind == Fault::Kind::Hang
-        && !serving.waitUntil([&set] { return set->cleared.load(); })) {
-        HttpAnswer none;
-        none.wire = HttpAnswer::Wire::Drop;
-        return none;
+    if (!listening) {
+        return *Fault::drop().answer;
     }
     HttpAnswer own = ownAnswer(request);
     if (fault.kind == Fault::Kind::Truncate) {
         own.wire = HttpAnswer::Wire::Truncated;
     } else if (fault.kind == Fault::Kind::Drip) {
-        own.wire = HttpAnswer::Wire::Dripped;
-        own.dripMilliseconds = fault.dripMilliseconds;
+        own.beforeByte = [this, fault] {
+            std::unique_lock waiting(mutex);
+            return pause(waiting, fault.milliseconds);
+        };
     }
     return own;
 }
@@ -187,14 +116,8 @@ HttpAnswer SimulatedNode::Private::answer(HttpServer &serving, const HttpRequest
 // The fault that meets the request, counted down. To be called with the mutex held.
 std::shared_ptr<SetFault> SimulatedNode::Private::takeFault(const HttpRequest &request)
 {
-    const auto meets = [&request](const std::shared_ptr<SetFault> &set) {
-        const Fault &fault = set->fault;
-        return fault.remaining != 0 && (fault.method.isEmpty() || fault.method == request.method)
-            && covers(set->path, request.path)
-            && (fault.kind != Fault::Kind::UntilActivated
-                || !set->activated.contains(senderInPath(request.path)));
-    };
-    const auto found = std::find_if(faults.rbegin(), faults.rend(), meets);
+    const auto found = std::find_if(faults.rbegin(), faults.rend(),
+                                    [&request](const auto &set) { return meets(*set, request); });
     if (found == faults.rend()) {
         return {};
     }
@@ -204,22 +127,28 @@ std::shared_ptr<SetFault> SimulatedNode::Private::takeFault(const HttpRequest &r
     return *found;
 }
 
+// False when the node stops meanwhile.
+bool SimulatedNode::Private::pause(std::unique_lock<std::mutex> &lock, int milliseconds)
+{
+    // Waiting for no time at all would still put the thread to sleep.
+    if (milliseconds > 0) {
+        changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                         [this] { return !listening; });
+    }
+    return listening;
+}
+
+// To be called with the mutex held.
 HttpAnswer SimulatedNode::Private::ownAnswer(const HttpRequest &request)
 {
-    const std::scoped_lock lock(mutex);
-    if (request.method == "GET" || request.method == "HEAD") {
-        const auto resource = resources.constFind(withoutSlash(request.path));
-        if (resource != resources.constEnd()) {
-            HttpAnswer answer;
-            answer.body = resource->first;
-            answer.contentType = resource->second;
-            return answer;
-        }
+    const auto resource = resources.constFind(withoutSlash(request.resource));
+    if (resource != resources.constEnd() && request.method == QLatin1String("GET")) {
+        return *resource;
     }
     const NodeModel::Outcome outcome = model->answer(request);
     if (!outcome.activatedId.isEmpty()) {
         for (const auto &set : std::as_const(faults)) {
-            set->activated.insert(outcome.activatedId);
+            set->activated.append(outcome.activatedId);
         }
     }
     return outcome.answer;
@@ -227,47 +156,13 @@ HttpAnswer SimulatedNode::Private::ownAnswer(const HttpRequest &request)
 
 void SimulatedNode::Private::removeFaults(const std::function<bool(const SetFault &)> &which)
 {
-    {
-        const std::scoped_lock lock(mutex);
-        const auto first = std::stable_partition(
-            faults.begin(), faults.end(),
-            [&which](const std::shared_ptr<SetFault> &set) { return !which(*set); });
-        std::for_each(first, faults.end(),
-                      [](const std::shared_ptr<SetFault> &set) { set->cleared = true; });
-        faults.erase(first, faults.end());
-    }
-    wake();
-}
-
-void SimulatedNode::Private::wake()
-{
-    // A server that just ends wakes everybody by itself; to wait for that would be a deadlock when
-    // the caller is a request's observer.
-    const std::shared_lock lock(serverMutex, std::try_to_lock);
-    if (lock.owns_lock() && server) {
-        server->wake();
-    }
-}
-
-// To be called with the server's mutex held.
-bool SimulatedNode::Private::listen()
-{
-    // Requests that come while the port is not yet known wait for the mutex.
     const std::scoped_lock lock(mutex);
-    server = std::make_unique<HttpServer>(address, port,
-                                          [this](HttpServer &serving, const HttpRequest &request) {
-                                              return answer(serving, request);
-                                          });
-    listening = server->isListening();
-    if (listening) {
-        port = server->port();
-    } else {
-        server.reset();
-    }
-    if (!model) {
-        model = std::make_unique<NodeModel>(description, address, port);
-    }
-    return listening;
+    const auto isRemoved = [&which](const std::shared_ptr<SetFault> &set) {
+        set->cleared = which(*set);
+        return set->cleared;
+    };
+    faults.erase(std::remove_if(faults.begin(), faults.end(), isRemoved), faults.end());
+    changed.notify_all();
 }
 
 SimulatedNode::SimulatedNode(const NodeDescription &description, const QHostAddress &address,
@@ -284,6 +179,7 @@ SimulatedNode::~SimulatedNode()
 
 bool SimulatedNode::isListening() const
 {
+    const std::scoped_lock lock(d->mutex);
     return d->listening;
 }
 
@@ -315,45 +211,40 @@ QString SimulatedNode::baseUrl() const
 
 void SimulatedNode::stop()
 {
-    const std::scoped_lock lock(d->serverMutex);
+    const std::scoped_lock serverLock(d->serverMutex);
+    {
+        const std::scoped_lock lock(d->mutex);
+        d->listening = false;
+        d->changed.notify_all();
+    }
     d->server.reset();
-    d->listening = false;
 }
 
 bool SimulatedNode::start()
 {
-    const std::scoped_lock lock(d->serverMutex);
-    return d->server || d->listen();
+    const std::scoped_lock serverLock(d->serverMutex);
+    // Requests that come before the port is known wait for this.
+    const std::scoped_lock lock(d->mutex);
+    if (!d->listening) {
+        d->server = std::make_unique<HttpServer>(
+            d->address, d->port, [this](const HttpRequest &request) { return d->answer(request); });
+        d->listening = d->server->port() != 0;
+        d->port = d->listening ? d->server->port() : d->port;
+    }
+    if (!d->model) {
+        d->model.emplace(d->description, d->address, d->port);
+    }
+    return d->listening;
 }
 
-QString SimulatedNode::nodeId() const
+QStringList SimulatedNode::senderIds(std::optional<Essence> essence) const
 {
-    return d->model->nodeId();
+    return d->model->ids(NodeModel::Role::Sender, essence);
 }
 
-QStringList SimulatedNode::deviceIds() const
+QStringList SimulatedNode::receiverIds(std::optional<Essence> essence) const
 {
-    return d->model->deviceIds();
-}
-
-QStringList SimulatedNode::senderIds() const
-{
-    return d->model->senderIds({});
-}
-
-QStringList SimulatedNode::senderIds(Essence essence) const
-{
-    return d->model->senderIds(essence);
-}
-
-QStringList SimulatedNode::receiverIds() const
-{
-    return d->model->receiverIds({});
-}
-
-QStringList SimulatedNode::receiverIds(Essence essence) const
-{
-    return d->model->receiverIds(essence);
+    return d->model->ids(NodeModel::Role::Receiver, essence);
 }
 
 QString SimulatedNode::collectionPath(const QString &name)
@@ -376,37 +267,21 @@ QString SimulatedNode::manifestPath(const QString &senderId)
     return QStringLiteral("/x-nmos/connection/v1.1/single/senders/%1/transportfile").arg(senderId);
 }
 
-QJsonObject SimulatedNode::receiverStaged(const QString &id) const
-{
-    return d->parameters(&NodeModel::receiver, id, &ConnectionEndpoint::staged);
-}
-
 QJsonObject SimulatedNode::receiverActive(const QString &id) const
 {
-    return d->parameters(&NodeModel::receiver, id, &ConnectionEndpoint::active);
-}
-
-QJsonObject SimulatedNode::senderStaged(const QString &id) const
-{
-    return d->parameters(&NodeModel::sender, id, &ConnectionEndpoint::staged);
-}
-
-QJsonObject SimulatedNode::senderActive(const QString &id) const
-{
-    return d->parameters(&NodeModel::sender, id, &ConnectionEndpoint::active);
+    const std::scoped_lock lock(d->mutex);
+    return d->model->active(NodeModel::Role::Receiver, id);
 }
 
 QByteArray SimulatedNode::manifest(const QString &senderId) const
 {
     const std::scoped_lock lock(d->mutex);
-    d->model->advance();
     return d->model->manifest(senderId);
 }
 
 QJsonArray SimulatedNode::collection(const QString &name) const
 {
     const std::scoped_lock lock(d->mutex);
-    d->model->advance();
     return d->model->resource(name).toArray();
 }
 
@@ -417,14 +292,14 @@ void SimulatedNode::setCollection(const QString &name, const QByteArray &body)
 
 void SimulatedNode::setCollection(const QString &name, const QJsonArray &array)
 {
-    setCollection(name, QJsonDocument(array).toJson(QJsonDocument::Compact));
+    setCollection(name, toJson(array));
 }
 
 void SimulatedNode::setResource(const QString &path, const QByteArray &body,
                                 const QByteArray &contentType)
 {
     const std::scoped_lock lock(d->mutex);
-    d->resources.insert(withoutSlash(path), {body, contentType});
+    d->resources.insert(withoutSlash(path), {200, body, contentType});
 }
 
 void SimulatedNode::clearResources()
@@ -438,11 +313,8 @@ void SimulatedNode::setFault(const QString &path, const Fault &fault)
     d->removeFaults([&](const SetFault &set) {
         return withoutSlash(set.path) == withoutSlash(path) && set.fault.method == fault.method;
     });
-    const auto set = std::make_shared<SetFault>();
-    set->path = path;
-    set->fault = fault;
     const std::scoped_lock lock(d->mutex);
-    d->faults.append(set);
+    d->faults.append(std::make_shared<SetFault>(SetFault{path, fault}));
 }
 
 void SimulatedNode::clearFault(const QString &path)
@@ -462,11 +334,14 @@ void SimulatedNode::setResponseDelay(int milliseconds)
     d->responseDelay = milliseconds;
 }
 
-QList<LoggedRequest> SimulatedNode::requests() const
+QList<LoggedRequest> SimulatedNode::requests(const QString &method) const
 {
     const std::scoped_lock lock(d->mutex);
-    QList<LoggedRequest> result = d->log;
-    result.detach(); // nothing stays shared with the threads that append
+    QList<LoggedRequest> result;
+    std::copy_if(d->log.begin(), d->log.end(), std::back_inserter(result),
+                 [&method](const LoggedRequest &request) {
+                     return method.isEmpty() || request.method == method;
+                 });
     return result;
 }
 
@@ -478,18 +353,6 @@ QStringList SimulatedNode::requestLines() const
         lines.append(QString(request.method + QLatin1Char(' ') + request.path));
     }
     return lines;
-}
-
-QList<LoggedRequest> SimulatedNode::requests(const QString &method) const
-{
-    QList<LoggedRequest> result;
-    const QList<LoggedRequest> all = requests();
-    for (const LoggedRequest &request : all) {
-        if (request.method == method) {
-            result.append(request);
-        }
-    }
-    return result;
 }
 
 void SimulatedNode::clearRequests()

@@ -1,27 +1,21 @@
 #pragma once
 
 #include "Fault.h"
+#include "HttpServer.h"
 #include "NodeDescription.h"
 
 #include <QHostAddress>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
-#include <QPair>
 #include <QString>
 #include <QStringList>
 
 #include <functional>
 #include <memory>
+#include <optional>
 
-// A request as it came in.
-struct LoggedRequest {
-    QString method;
-    QString path; // with the query, as it stood in the request line
-    QByteArray body;
-    QByteArray contentType;
-    QList<QPair<QByteArray, QByteArray>> headers; // in no particular order, names as sent
-};
+using LoggedRequest = HttpRequest;
 
 // An NMOS node on real sockets: AMWA IS-04 v1.3 Node API and IS-05 v1.1 Connection API at one
 // address and port, resources and answers as the AMWA schemas have them, SDP manifests as SMPTE ST
@@ -32,8 +26,8 @@ struct LoggedRequest {
 //
 // A receiver that is patched with a transport file takes addresses and port from it, and refuses
 // (400) what is no SDP or one of another essence. Senders are active from the start, receivers are
-// not. Nodes of the same label have the same ids. An immediate activation takes effect before its
-// PATCH is answered; a scheduled one locks the staged parameters (423) until its time has come.
+// not. Nodes of the same label have the same ids, in every run. An immediate activation takes
+// effect before its PATCH is answered; scheduled activations and bulk requests are refused (501).
 class SimulatedNode final {
 public:
     // Listens at once. Port 0 takes a free one. A link-local address needs its scope id. When
@@ -62,13 +56,9 @@ public:
     // Listens again, on the same port, with all state kept. False when the port is taken.
     bool start();
 
-    // Ids in the order of the description.
-    QString nodeId() const;
-    QStringList deviceIds() const;
-    QStringList senderIds() const;
-    QStringList senderIds(Essence essence) const;
-    QStringList receiverIds() const;
-    QStringList receiverIds(Essence essence) const;
+    // Ids in the order of the description; of one essence, or all.
+    QStringList senderIds(std::optional<Essence> essence = {}) const;
+    QStringList receiverIds(std::optional<Essence> essence = {}) const;
 
     // Paths, for faults, resources and comparing with the request log:
     // "/x-nmos/node/v1.3/senders/" for "senders";
@@ -79,11 +69,8 @@ public:
     // "/x-nmos/connection/v1.1/single/senders/ID/transportfile", where manifest_href points to.
     static QString manifestPath(const QString &senderId);
 
-    // The endpoints of the Connection API as they are now; empty for an unknown id.
-    QJsonObject receiverStaged(const QString &id) const;
+    // The receiver's active endpoint of the Connection API as it is now; empty for an unknown id.
     QJsonObject receiverActive(const QString &id) const;
-    QJsonObject senderStaged(const QString &id) const;
-    QJsonObject senderActive(const QString &id) const;
 
     // The SDP that the sender offers now.
     QByteArray manifest(const QString &senderId) const;
@@ -112,16 +99,14 @@ public:
     void clearFault(const QString &path);
     void clearFaults();
 
-    // Milliseconds that every answer takes, over and above any fault; 0 from the start.
+    // Milliseconds that every answer takes, in addition to any fault; 0 from the start.
     void setResponseDelay(int milliseconds);
 
     // Every request since the start or since clearRequests(), in order of arrival. A request is in
-    // here before any of its answer is sent.
-    QList<LoggedRequest> requests() const;
+    // here before any of its answer is sent. With a method: the requests of that one only.
+    QList<LoggedRequest> requests(const QString &method = {}) const;
     // "GET /x-nmos/node/v1.3/senders/"
     QStringList requestLines() const;
-    // The requests of that method only.
-    QList<LoggedRequest> requests(const QString &method) const;
     void clearRequests();
 
     // Called for every request after it was logged, on the thread that serves it. It must not stop

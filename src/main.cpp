@@ -1,11 +1,14 @@
 #include "Application.h"
 #include "MainWindow.h"
+#include "net/Descriptors.h"
 
 #include <QApplication>
 
 int main(int argc, char *argv[])
 {
     Application::scaleWithScreens();
+    // A plant has more nodes than the usual soft limit has descriptors.
+    Descriptors::raiseLimit();
     QApplication app(argc, argv);
     Application::goWithoutOpenGl();
     Application::setIdentity();

@@ -36,7 +36,10 @@ Packet service(const QByteArray &instance, const QByteArrayList &txt = {"api_ver
 
 Packet goodbye(const QByteArray &instance, const QByteArray &type = nodes)
 {
-    return Packet().add(Mdns::name(type), Mdns::Ptr, fullName(instance, type), Mdns::goodbye);
+    return Packet()
+        .add(Mdns::name(type), Mdns::Ptr, fullName(instance, type), Mdns::goodbye)
+        .target(fullName(instance, type), "cam1.local", 80, Mdns::goodbye)
+        .text(fullName(instance, type), {}, Mdns::goodbye);
 }
 
 QStringList texts(std::initializer_list<const char *> list)
@@ -146,11 +149,11 @@ void BrowserWindowTest::modelKeepsArrivalOrder()
     const QAbstractItemModelTester tester(&model,
                                           QAbstractItemModelTester::FailureReportingMode::QtTest);
     QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
-    for (const char *name : {"b", "\xc3\xa4 1.2", "A"}) {
+    for (const char *name : {"b", "\xc3\xa4 1", "A"}) {
         QVERIFY(sender.send(service(name).bytes()));
         QTRY_VERIFY(model.findService(name) >= 0);
     }
-    QCOMPARE(model.index(1).data().toString(), QStringLiteral("ä 1.2 (_nmos-node._tcp.local.)"));
+    QCOMPARE(model.index(1).data().toString(), QStringLiteral("ä 1 (_nmos-node._tcp.local.)"));
     QCOMPARE(model.index(1).data(Qt::UserRole).typeName(), "QMdnsEngine::Service");
     QVERIFY(!model.index(1).data(Qt::ToolTipRole).isValid());
     QVERIFY(!model.data({}).isValid());
@@ -182,12 +185,14 @@ void BrowserWindowTest::anyModeFilters()
 {
     Operator op;
     op.browse->click();
-    QVERIFY(sender.send(service("Cam").with(service("Desk", {}, printers)).bytes()));
+    const QByteArray both = service("Cam").with(service("Desk", {}, printers)).bytes();
+    QVERIFY(sender.send(both));
     QTRY_COMPARE(op.names(), texts({"Cam"}));
     op.any->click();
     QCOMPARE(op.type->text(), QString());
     QCOMPARE(op.names(), texts({"Cam"})); // still the first browse
     op.browse->click();
+    QVERIFY(sender.send(both));
     QTRY_COMPARE(shown(op.services),
                  texts({"Cam (_nmos-node._tcp.local.)", "Desk (_ipp._tcp.local.)"}));
     const auto shownFor = [&op](const char *filter) {
@@ -197,9 +202,9 @@ void BrowserWindowTest::anyModeFilters()
     QCOMPARE(shownFor("am (_nm"), 1);
     QCOMPARE(shownFor("cam"), 0);
     QCOMPARE(shownFor("_tcp"), 2);
-    QCOMPARE(shownFor("C.m"), 0);
-    QVERIFY(sender.send(service("Late _tcp").with(service("C.m")).bytes()));
-    QTRY_COMPARE(op.names(), texts({"C.m"}));
+    QCOMPARE(shownFor("C[a]m"), 0);
+    QVERIFY(sender.send(service("Late _tcp").with(service("C[a]m")).bytes()));
+    QTRY_COMPARE(op.names(), texts({"C[a]m"}));
     op.any->click();
     QCOMPARE(op.type->text(), QStringLiteral("_nmos-node._tcp.local."));
     QCOMPARE(shown(op.services).size(), 4);
@@ -229,17 +234,20 @@ void BrowserWindowTest::showsTheSelectedService()
     QVERIFY(sender.send(
         service("b", {"pri=1", "api_ver=v1.3", "Z=\xc3\xa4", "bare", "api_proto=<b>x</b>"})
             .with(service("a", {}, nodes, "nowhere.local"))
-            .address("cam1.local", QStringLiteral("192.0.2.1"))
-            .address("cam1.local", QStringLiteral("fd00:6e70:1::1"))
             .bytes()));
     QTRY_COMPARE(op.names(), texts({"a", "b"}));
     op.select(1);
     QCOMPARE(shown(op.attributes),
              texts({"Z=ä", "api_proto=<b>x</b>", "api_ver=v1.3", "bare=", "pri=1"}));
-    QTRY_COMPARE(op.addresses->count(), 2);
-    QVERIFY(shown(op.addresses).contains(QStringLiteral("fd00:6e70:1::1")));
-    QVERIFY(sender.send(Packet().address("cam1.local", QStringLiteral("192.0.2.9")).bytes()));
-    QTRY_COMPARE(shown(op.addresses).value(2), QStringLiteral("192.0.2.9"));
+    for (const char *text : {"192.0.2.1", "fd00:6e70:1::1", "192.0.2.9"}) {
+        const QString address = QString::fromLatin1(text);
+        QVERIFY(sender.send(Packet().address("cam1.local", address).bytes()));
+        QTRY_VERIFY(shown(op.addresses).contains(address));
+    }
+    // In the order of their arrival; an engine may report one of them for each link.
+    const QStringList all = shown(op.addresses);
+    QCOMPARE(all.first(), QStringLiteral("192.0.2.1"));
+    QCOMPARE(all.last(), QStringLiteral("192.0.2.9"));
 
     op.select(0);
     QCOMPARE(op.attributes->rowCount(), 0);
@@ -283,12 +291,16 @@ void BrowserWindowTest::browsesAgainWhileResolving()
     op.browse->click();
     QVERIFY(!first && !firstSelection);
     QCOMPARE(op.attributes->columnCount() + op.attributes->rowCount(), 0);
-    QVERIFY(sender.send(Packet().address("cam1.local", QStringLiteral("192.0.2.1")).bytes()));
-    QTRY_COMPARE(shown(op.addresses), texts({"192.0.2.1"}));
-    QTRY_COMPARE(shown(op.services).size(), 1); // the server remembers it
+    const QString address = QStringLiteral("192.0.2.1");
+    const QByteArray record = Packet().address("cam1.local", address).bytes();
+    QVERIFY(sender.send(record));
+    QTRY_VERIFY(shown(op.addresses).contains(address));
+    QVERIFY(sender.send(packet)); // not every engine remembers it
+    QTRY_COMPARE(shown(op.services).size(), 1);
     op.select(0);
     QCOMPARE(op.addresses->count(), 0);
-    QTRY_COMPARE(shown(op.addresses), texts({"192.0.2.1"}));
+    QVERIFY(sender.send(record));
+    QTRY_VERIFY(shown(op.addresses).contains(address));
 }
 
 void BrowserWindowTest::listsManyServices()
@@ -344,12 +356,11 @@ void BrowserWindowTest::copies()
 {
     Operator op;
     op.browse->click();
-    QVERIFY(sender.send(service("a", {"k=<b>", "l=2", "m=3"})
-                            .address("cam1.local", QStringLiteral("192.0.2.1"))
-                            .bytes()));
+    QVERIFY(sender.send(service("a", {"k=<b>", "l=2", "m=3"}).bytes()));
     QTRY_COMPARE(shown(op.services).size(), 1);
     op.select(0);
-    QTRY_COMPARE(op.addresses->count(), 1);
+    QVERIFY(sender.send(Packet().address("cam1.local", QStringLiteral("192.0.2.1")).bytes()));
+    QTRY_VERIFY(op.addresses->count() > 0);
     const auto copied = [](QWidget *from) {
         QGuiApplication::clipboard()->setText(QStringLiteral("nothing"));
         from->setFocus();

@@ -3,68 +3,15 @@
 #include "Announcer.h"
 #include "Application.h"
 #include "Plant.h"
-#include "discovery/NMOSMdnsBrowser.h"
 #include "nmos/NmosClient.h"
-#include "support/Boxes.h"
+#include "support/IntakeWindow.h"
 #include "support/TestMain.h"
-#include "support/Window.h"
 #include "widgets/SelectorEntries.h"
 
-#include <QComboBox>
 #include <QDialogButtonBox>
-#include <QLineEdit>
 #include <QListWidget>
-#include <QSpinBox>
-#include <QUrl>
 
 namespace {
-
-struct IntakeWindow : Window {
-    // What discovery says of a node once it has read its self resource.
-    void report(const SimulatedNode &node, const QString &name)
-    {
-        const QUrl url(node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"));
-        emit window.findChild<NMOSMdnsBrowser *>()->nodeSelfReady(name, url, {});
-    }
-
-    void addDevice(const QString &address, int port)
-    {
-        device = [address, port](QDialog *dialog) {
-            dialog->findChild<QLineEdit *>()->setText(address);
-            dialog->findChild<QSpinBox *>()->setValue(port);
-            dialog->accept();
-        };
-        press(QStringLiteral("Add Device"));
-    }
-
-    void removeDevice(int row)
-    {
-        device = [row](QDialog *dialog) {
-            dialog->findChild<QListWidget *>()->setCurrentRow(row);
-            dialog->accept();
-        };
-        press(QStringLiteral("Remove Device"));
-    }
-
-    std::function<void(QDialog *)> device;
-    Boxes boxes{[this](QDialog *dialog) {
-        device(dialog);
-    }};
-};
-
-QStringList entries(const QComboBox *selector)
-{
-    QStringList texts;
-    for (int i = 0; i < selector->count(); ++i) {
-        texts.append(selector->itemText(i));
-    }
-    return texts;
-}
-
-QString entry(const QString &name, const SimulatedNode &node, const QString &label)
-{
-    return QStringLiteral("%1 (%2-%3)").arg(name, node.host(), label);
-}
 
 QStringList storedDevices()
 {
@@ -77,24 +24,6 @@ QStringList storedDevices()
                      + store.value(QStringLiteral("port")).toString());
     }
     return hosts;
-}
-
-const QString sendersPath = SimulatedNode::collectionPath(QStringLiteral("senders"));
-const QString receiversPath = SimulatedNode::collectionPath(QStringLiteral("receivers"));
-
-// Lets a node that hangs go on once the condition holds, or after half a minute. Whatever waits for
-// the node has been called from the test's own wait, which cannot end before.
-void release(QObject *context, SimulatedNode &node, const std::function<bool()> &condition)
-{
-    auto *poll = new QTimer(context);
-    QObject::connect(poll, &QTimer::timeout, context,
-                     [poll, &node, condition, left = 3000]() mutable {
-                         if (condition() || --left == 0) {
-                             poll->stop();
-                             node.clearFaults();
-                         }
-                     });
-    poll->start(10);
 }
 
 } // namespace
@@ -111,8 +40,6 @@ private slots:
     void discoveryReplacesAManualDevice();
     void discoveryOvertakesAProbe();
     void keepsTheChoiceUnderItsNewName();
-    void listsEveryNodeWhileSomeMisbehave();
-    void patchesAtOnceAmidReports();
     void addsAndRemovesDevices();
     void probesStoredDevicesAfterAWhile();
     void keepsTheSoundPartOfBrokenSettings();
@@ -267,67 +194,6 @@ void TestIntake::keepsTheChoiceUnderItsNewName()
     // The receiver did not come back: nobody else's takes its place.
     QCOMPARE(w.rx->currentText(), QString());
     QVERIFY(!Window::isOn(w.rxLight));
-}
-
-void TestIntake::listsEveryNodeWhileSomeMisbehave()
-{
-    constexpr int count = 60;
-    Plant plant;
-    plant.addMany(
-        count, [](int i) { return NodeDescription::wide(QStringLiteral("Node %1").arg(i), 1, 1); });
-    plant.at(3).setFault(sendersPath, Fault::hang());
-    plant.at(7).setFault(sendersPath, Fault::reset());
-    plant.at(7).setFault(receiversPath, Fault::status(500));
-    for (int i = 10; i < count; i += 5) {
-        plant.at(i).setResponseDelay(5);
-    }
-    IntakeWindow w;
-    // All at once: most come in while an intake waits.
-    for (int i = 0; i < count; ++i) {
-        QTimer::singleShot(0, &w.window,
-                           [&w, &plant, i] { w.report(plant.at(i), QString::number(i)); });
-    }
-    bool listed = false;
-    release(&w.window, plant.at(3), [&] {
-        listed = w.tx->count() == count - 2 && w.rx->count() == count - 2;
-        return listed;
-    });
-    QTRY_COMPARE_WITH_TIMEOUT(w.rx->count(), count - 1, 60000);
-    QVERIFY(listed);
-}
-
-void TestIntake::patchesAtOnceAmidReports()
-{
-    const SimulatedNode tx;
-    const SimulatedNode rx(NodeDescription::receiver());
-    Plant plant;
-    plant.addMany(20, [](int i) { return NodeDescription::wide(QString::number(i), 4, 4); });
-    plant.at(0).setFault(sendersPath, Fault::hang());
-    IntakeWindow w;
-    Window::enter(w.tx, tx.host());
-    Window::enter(w.rx, rx.host());
-    for (int i = 0; i < plant.size(); ++i) {
-        QTimer::singleShot(0, &w.window,
-                           [&w, &plant, i] { w.report(plant.at(i), QString::number(i)); });
-    }
-    int listedBefore = -1;
-    QTimer poll;
-    connect(&poll, &QTimer::timeout, &w.window, [&] {
-        if (!plant.at(2).requests().isEmpty()) {
-            poll.stop();
-            w.press(QStringLiteral("Connect (Tx->Rx)"));
-            listedBefore = w.tx->count();
-            plant.at(0).clearFaults();
-        }
-    });
-    poll.start(1);
-    QTRY_VERIFY(listedBefore >= 0);
-    QVERIFY(listedBefore < 4 * (plant.size() - 1));
-    const QStringList receiverIds = rx.receiverIds();
-    for (const QString &id : receiverIds) {
-        QVERIFY(rx.receiverActive(id).value(QLatin1String("master_enable")).toBool());
-    }
-    QTRY_COMPARE_WITH_TIMEOUT(w.rx->count(), 4 * plant.size(), 30000);
 }
 
 void TestIntake::addsAndRemovesDevices()

@@ -11,7 +11,6 @@
 #include "widgets/SelectorEntries.h"
 
 #include <QAbstractButton>
-#include <QAbstractItemView>
 #include <QComboBox>
 #include <QLineEdit>
 
@@ -54,11 +53,9 @@ private slots:
     void reportsFailures_data();
     void reportsFailures();
     void keepsVideoWhenOthersFail();
-    void showsNodeTextAsPlainText();
     void staysAliveWhileNodesHang();
     void closesWhileRequestsHang();
     void endsWhenARequestFollowsTheClosing();
-    void offersMatchesWithoutWriting();
     void removalHandsNothingOn();
 };
 
@@ -307,19 +304,6 @@ void TestMainWindow::keepsVideoWhenOthersFail()
     }
 }
 
-void TestMainWindow::showsNodeTextAsPlainText()
-{
-    // A node's reason phrase is shown letter by letter. Boxes checks the format of every box.
-    SimulatedNode rx(NodeDescription::receiver());
-    rx.setFault(SimulatedNode::receiverStagedPath(rx.receiverIds(Essence::Video).value(0)),
-                Fault::status(400, "<h1>no</h1>", "text/html"));
-    Boxes boxes;
-    Window w;
-    Window::enter(w.rx, rx.host());
-    w.press(disconnectCommand);
-    QCOMPARE(boxes.take().size(), 1);
-}
-
 void TestMainWindow::staysAliveWhileNodesHang()
 {
     SimulatedNode hanging;
@@ -404,44 +388,6 @@ void TestMainWindow::endsWhenARequestFollowsTheClosing()
     QApplication::exec();
     QVERIFY(ended);
     QVERIFY(node.requests().isEmpty());
-}
-
-void TestMainWindow::offersMatchesWithoutWriting()
-{
-    const SimulatedNode node;
-    Window w;
-    for (const char *text : {"Cam 1 (10.0.0.25:80-A)", "Cam 2 (10.0.0.3:80-B)", "Grader"}) {
-        SelectorEntries::add(w.tx,
-                             {{QLatin1String(text), senderEntry(node, node.senderIds().at(0))}});
-    }
-    QApplication::setActiveWindow(&w.window);
-    w.tx->lineEdit()->setFocus();
-    QTest::keyClicks(w.tx->lineEdit(), QStringLiteral("10.0.0.2"));
-    QCOMPARE(w.tx->currentText(), QStringLiteral("10.0.0.2"));
-    QTRY_VERIFY(QApplication::activePopupWidget());
-    auto *popup = qobject_cast<QAbstractItemView *>(QApplication::activePopupWidget());
-    QCOMPARE(popup->model()->rowCount(), 1);
-
-    // Enter picks nothing that was not gone to; entries that come meanwhile are offered, too.
-    QTest::keyClick(popup, Qt::Key_Return);
-    QCOMPARE(w.tx->currentText(), QStringLiteral("10.0.0.2"));
-    QTest::keyClick(w.tx->lineEdit(), Qt::Key_5);
-    QTRY_COMPARE(QApplication::activePopupWidget(), popup);
-    SelectorEntries::add(w.tx, {{QStringLiteral("Cam 3 (10.0.0.251:80-C)"), {}}});
-    SelectorEntries::add(w.tx, {{QStringLiteral("Cam 4 (10.0.0.4:80-D)"), {}}});
-    QCOMPARE(popup->model()->rowCount(), 2);
-    QTest::keyClick(popup, Qt::Key_Down);
-    QCOMPARE(w.tx->currentText(), QStringLiteral("10.0.0.25"));
-    QTest::keyClick(popup, Qt::Key_Return);
-    QCOMPARE(w.tx->currentText(), QStringLiteral("Cam 1 (10.0.0.25:80-A)"));
-    QVERIFY(SelectorEntries::currentRecord(w.tx).isValid());
-    QVERIFY(Window::isOn(w.txLight));
-
-    // Leaving the field with a text that an entry only contains chooses nothing.
-    Window::enter(w.tx, QStringLiteral("cam 2"));
-    w.rx->setFocus();
-    QCOMPARE(w.tx->currentText(), QStringLiteral("cam 2"));
-    QVERIFY(!SelectorEntries::currentRecord(w.tx).isValid());
 }
 
 void TestMainWindow::removalHandsNothingOn()

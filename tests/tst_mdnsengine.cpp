@@ -5,8 +5,13 @@
 #include <qmdnsengine/cache.h>
 #include <qmdnsengine/resolver.h>
 #include <qmdnsengine/server.h>
+#include <qmdnsengine/service.h>
 
+#include <QProcess>
 #include <QRandomGenerator>
+#include <QSemaphore>
+#include <QThread>
+#include <QTimer>
 
 #include <sys/resource.h>
 
@@ -54,6 +59,55 @@ QString described(const char *event, const Service &service)
     return QString::fromUtf8(parts.join('|'));
 }
 
+// Eight new services sixty times a second, each of which says goodbye half a second later, until
+// the object is destroyed. An engine that falls behind that never catches up by itself.
+class Churn final {
+public:
+    Churn()
+        : thread(QThread::create([this] {
+            Mdns::Sender sender;
+            for (int i = 0; !end.tryAcquire(1, 16); ++i) {
+                Packet come;
+                Packet go;
+                for (const char *part : {" a", " b", " c", " d", " e", " f", " g", " h"}) {
+                    come.with(node("churn " + QByteArray::number(i) + part));
+                    go.with(node("churn " + QByteArray::number(i - 30) + part, {"a=1"}, goodbye));
+                }
+                sender.send(come.bytes());
+                sender.send(go.bytes());
+                sent.release();
+            }
+        }))
+    {
+        thread->start();
+    }
+    ~Churn()
+    {
+        end.release();
+        thread->wait();
+    }
+    Q_DISABLE_COPY_MOVE(Churn)
+
+    QSemaphore sent;
+
+private:
+    QSemaphore end;
+    std::unique_ptr<QThread> thread;
+};
+
+// The response of node(), with something added that Avahi does not take, or must not be given.
+QByteArray amended(const QByteArray &label, int countAt, const QByteArray &what)
+{
+    QByteArray packet = node(label).bytes();
+    packet[countAt] = 1;
+    return countAt == 5 ? packet.insert(12, what) : packet + what;
+}
+
+QByteArray aliasRecord(const QByteArray &owner, const QByteArray &target)
+{
+    return Packet().add(Mdns::name(owner), Mdns::CName, Mdns::name(target)).bytes().mid(12);
+}
+
 // A browser and what it said so far.
 struct Watch {
     explicit Watch(Server *server, const QByteArray &ofType = typeWithDot)
@@ -74,7 +128,7 @@ struct Watch {
 
 } // namespace
 
-Q_DECLARE_METATYPE(QVector<Step>)
+Q_DECLARE_METATYPE(Step)
 
 class MdnsEngineTest : public QObject {
     Q_OBJECT
@@ -82,7 +136,14 @@ class MdnsEngineTest : public QObject {
 private slots:
     void services_data();
     void services();
+    void neverReported_data();
+    void neverReported();
     void serviceOfSeveralLinksIsOne();
+    void asksOnTheLinkOfThePointer();
+    void asksAgainEveryMinute();
+    void linkThatLosesItsCable();
+    void hearsAllOfACrowd();
+    void hearsAfterFallingBehind();
     void everyType();
     void addresses();
     void malformedNamesFindNothing_data();
@@ -132,6 +193,28 @@ void MdnsEngineTest::services_data()
         {{node("Cam"), {added}},
          {node("Cam", {"a=1"}, goodbye), {removed}},
          {node("Cam"), {added}}});
+    const QString brief = QStringLiteral("|brief|cam1.local.|80|a=1");
+    // By the time it has expired, so has what was replaced when it came. Records are replaced that
+    // are older than a second.
+    const Packet expires = node("brief", {"a=1"}, 2);
+    const QStringList cameAndWent{QLatin1Char('+') + brief, QLatin1Char('-') + brief};
+    row("another weight takes nothing away",
+        {{node("Cam"), {added}},
+         {expires, cameAndWent},
+         {Packet().target(cam, "cam1.local", 80, Mdns::hour, 1).with(expires), cameAndWent}});
+    const QString both = QStringLiteral("|Cam|cam1.local.|80|a=1|b=1");
+    row("another order of the attributes takes nothing away",
+        {{node("Cam", {"a=1", "b=1"}), {QLatin1Char('+') + both}},
+         {expires, cameAndWent},
+         {Packet().text(cam, {"b=1", "a=1"}).with(expires), cameAndWent},
+         {Packet().target(cam, "cam1.local", 80, goodbye), {QLatin1Char('-') + both}},
+         {Packet().target(cam, "cam1.local", 80), {QLatin1Char('+') + both}}});
+    row("records of other types do not matter",
+        {{Packet()
+              .add(cam, Mdns::Svcb, QByteArray(3, '\xff'))
+              .add(Mdns::name(type), Mdns::Svcb, {})
+              .with(node("Cam")),
+          {added}}});
     row("a service whose host goes",
         {{node("Cam"), {added}},
          {Packet().target(cam, "cam1.local", 80, goodbye), {removed}},
@@ -153,6 +236,130 @@ void MdnsEngineTest::services()
     sender.send(node("end").bytes());
     expected += QStringLiteral("+|end|cam1.local.|80|a=1");
     QTRY_COMPARE(watch.events, expected);
+}
+
+void MdnsEngineTest::neverReported_data()
+{
+    QTest::addColumn<QByteArray>("packet");
+    const QByteArray other = Packet().address("cam1.local", QStringLiteral("192.0.2.7")).bytes();
+    QTest::newRow("a name that is not UTF-8") << node("Cam\xff").bytes();
+    QTest::newRow("a name with a NUL") << node(QByteArray("Cam\0", 4)).bytes();
+    QTest::newRow("a host that is not UTF-8")
+        << pointer("Cam").target(instance("Cam"), "cam\xff.local", 80).bytes();
+    QTest::newRow("a response with its question")
+        << amended("Cam", 5, Mdns::question(Mdns::name(type), Mdns::Ptr));
+    QTest::newRow("a response with authority records") << amended("Cam", 9, other.mid(12));
+    QTest::newRow("a response with an alias")
+        << amended("Cam", 11, aliasRecord("elsewhere.local", "cam1.local"));
+}
+
+void MdnsEngineTest::neverReported()
+{
+    QFETCH(const QByteArray, packet);
+    Server server;
+    Watch watch(&server);
+    QVERIFY(sender.send(packet));
+    sender.send(node("end").bytes());
+    QTRY_COMPARE(watch.events, QStringList(QStringLiteral("+|end|cam1.local.|80|a=1")));
+}
+
+void MdnsEngineTest::asksOnTheLinkOfThePointer()
+{
+    Mdns::Listener ip4;
+    Mdns::Listener ip6(QAbstractSocket::IPv6Protocol);
+    Server server;
+    Watch watch(&server);
+    QVERIFY(sender.send(pointer("Cam").bytes()));
+    // Both ends of the cable have it, over IPv4.
+    const QByteArray cam = Mdns::label("Cam");
+    QTRY_VERIFY(ip4.askers(cam).size() >= 2);
+    QVERIFY(!ip4.askers(cam).contains(QStringLiteral("127.0.0.1")));
+    QCOMPARE(ip6.askers(cam), QStringList());
+}
+
+void MdnsEngineTest::asksAgainEveryMinute()
+{
+    Mdns::Listener listener;
+    Server server;
+    Watch watch(&server);
+    QVERIFY(sender.send(node("Cam").bytes()));
+    QTRY_COMPARE(watch.events.size(), 1);
+    auto *const minute = watch.browser->findChild<QTimer *>();
+    QCOMPARE(minute->interval(), 60000);
+    // Whatever stands before it in its packet may shorten the name.
+    const QByteArray question = Mdns::question({}, Mdns::Ptr, Mdns::answeredToAsker);
+    QCOMPARE(listener.askers(question), QStringList());
+    connect(minute, &QTimer::timeout, this, [minute] { minute->start(60000); });
+    int asked = 0;
+    for (int times = 1; times <= 2; ++times) {
+        minute->start(0);
+        QTRY_VERIFY(listener.askers(question).size() > asked);
+        // When this one has expired, the question has come to its end on every link.
+        QVERIFY(sender.send(node("brief", {}, 2).bytes()));
+        QTRY_COMPARE(watch.events.size(), 1 + 2 * times);
+        asked = listener.askers(question).size();
+        QVERIFY(asked <= 4 * times); // two ends of a cable, each of which hears the other, and lo
+    }
+    QVERIFY(sender.send(node("quiet").bytes()));
+    QTRY_COMPARE(watch.events.size(), 6);
+    QCOMPARE(watch.events.last(), QStringLiteral("+|quiet|cam1.local.|80|a=1"));
+}
+
+void MdnsEngineTest::linkThatLosesItsCable()
+{
+    const auto ip = [](const char *arguments) {
+        return QProcess::execute(QStringLiteral("ip"),
+                                 QString::fromLatin1(arguments).split(QLatin1Char(' ')))
+            == 0;
+    };
+    QVERIFY(ip("link add cable0 type veth peer name cable1"));
+    QVERIFY(ip("addr add 203.0.113.1/24 dev cable0"));
+    QVERIFY(ip("link set cable0 up") && ip("link set cable1 up"));
+    Server server;
+    Watch watch(&server);
+    const QString cable0 = QStringLiteral("cable0");
+    const QString cam = QStringLiteral("|Cam|cam1.local.|80|a=1");
+    QStringList expected{QLatin1Char('+') + cam};
+    QVERIFY(sender.send(node("Cam").bytes(), cable0));
+    QTRY_COMPARE(watch.events, expected);
+    QVERIFY(ip("link set cable1 down"));
+    expected += QLatin1Char('-') + cam;
+    QTRY_COMPARE(watch.events, expected);
+    Mdns::Listener listener;
+    QVERIFY(ip("link set cable1 up"));
+    const QByteArray question = Mdns::question(Mdns::name(type), Mdns::Ptr);
+    QTRY_VERIFY(listener.askers(question).contains(QStringLiteral("203.0.113.1")));
+    QVERIFY(sender.send(node("Cam").bytes(), cable0));
+    expected += QLatin1Char('+') + cam;
+    QTRY_COMPARE(watch.events, expected);
+    QVERIFY(ip("link del cable0"));
+}
+
+void MdnsEngineTest::hearsAllOfACrowd()
+{
+    Server server;
+    Watch watch(&server);
+    constexpr int crowd = 300;
+    for (int i = 0; i < crowd; ++i) {
+        QVERIFY(sender.send(node("Cam " + QByteArray::number(i)).bytes()));
+    }
+    QTRY_COMPARE(watch.events.size(), crowd);
+}
+
+void MdnsEngineTest::hearsAfterFallingBehind()
+{
+    Server server;
+    Watch watch(&server);
+    Churn churn;
+    QTRY_VERIFY(watch.events.size() > 60);
+    churn.sent.acquire(churn.sent.available()
+                       + 240); // the event loop stands still for four seconds
+    QVERIFY(sender.send(node("late").bytes()));
+    QTRY_VERIFY_WITH_TIMEOUT(watch.events.contains(QStringLiteral("+|late|cam1.local.|80|a=1")),
+                             3000);
+    const int heard = watch.events.filter(QLatin1String("+|churn")).size();
+    QTRY_VERIFY_WITH_TIMEOUT(watch.events.filter(QLatin1String("+|churn")).size() >= heard + 120,
+                             4000);
 }
 
 void MdnsEngineTest::serviceOfSeveralLinksIsOne()
@@ -374,12 +581,12 @@ void MdnsEngineTest::withoutSockets()
 void MdnsEngineTest::hostilePackets_data()
 {
     QTest::addColumn<QByteArrayList>("packets");
-    const auto alias = [](const QByteArray &owner, const QByteArray &target) {
-        return Packet().add(Mdns::name(owner), Mdns::CName, Mdns::name(target)).bytes();
+    const auto alias = [](const QByteArray &owner, const QByteArray &target) -> QByteArray {
+        return Packet().bytes().replace(6, 2, Mdns::bigEndian(1, 2)) + aliasRecord(owner, target);
     };
-    QTest::newRow("aliases in circles")
-        << QByteArrayList{alias(type, type), alias(type, "b.local"), alias("b.local", type),
-                          alias("cam1.local", "cam1.local")};
+    QTest::newRow("aliases in circles") << QByteArrayList{
+        alias(type, type), alias(type, "b.local"), alias("b.local", type),
+        alias("cam1.local", "cam1.local"), amended("Cam", 11, aliasRecord(type, type))};
 
     QRandomGenerator random(5353);
     const QByteArray real = node("Cam").address("cam1.local", QStringLiteral("fe80::7")).bytes();
@@ -388,13 +595,13 @@ void MdnsEngineTest::hostilePackets_data()
     for (int i = 0; i < 2000; ++i) {
         QByteArray bytes(random.bounded(600), '\0');
         for (char &byte : bytes) {
-            byte = char(random.bounded(256));
+            byte = static_cast<char>(random.bounded(256));
         }
         // Half of them have the header of a response.
         garbage += i % 2 ? bytes : real.left(12) + bytes;
         QByteArray mutant = real;
         for (int change = random.bounded(1, 6); change > 0; --change) {
-            mutant[random.bounded(2, mutant.size())] = char(random.bounded(256));
+            mutant[random.bounded(2, mutant.size())] = static_cast<char>(random.bounded(256));
         }
         mutants += i % 4 ? mutant : mutant.left(random.bounded(mutant.size()));
     }

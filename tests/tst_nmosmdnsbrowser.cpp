@@ -2,10 +2,14 @@
 #include "support/MdnsPacket.h"
 #include "support/TestMain.h"
 
+#include <QDir>
 #include <QTcpServer>
 #include <QTcpSocket>
 
 #include <functional>
+
+#include <sys/resource.h>
+#include <sys/socket.h>
 
 using Mdns::Packet;
 
@@ -13,7 +17,7 @@ namespace {
 
 constexpr char type[] = "_nmos-node._tcp.local";
 
-// What the toolkit's default logging category and the signals said, in this order.
+// What Qt's default logging category and the signals said, in this order.
 QStringList &said()
 {
     static QStringList lines;
@@ -46,6 +50,23 @@ public:
     QStringList requests;
 };
 
+// The HTTP side of any number of nodes that take a connection and say nothing until the object is
+// destroyed; then the connections break. It needs one descriptor.
+class HangingNodes : public QTcpServer {
+public:
+    explicit HangingNodes(int count)
+    {
+        listen(QHostAddress::AnyIPv4);
+        pauseAccepting();
+        ::listen(static_cast<int>(socketDescriptor()), count);
+    }
+};
+
+int descriptors()
+{
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size();
+}
+
 QByteArray ok(const QByteArray &body)
 {
     return "200 OK\r\nConnection: close\r\nContent-Length: " + QByteArray::number(body.size())
@@ -54,7 +75,7 @@ QByteArray ok(const QByteArray &body)
 
 QByteArray cam()
 {
-    return Mdns::label("Cam 1.\xc3\xa4") + Mdns::name(type);
+    return Mdns::label("Cam 1 \xc3\xa4") + Mdns::name(type);
 }
 
 Packet announcement(quint16 port, const QByteArrayList &strings,
@@ -65,6 +86,14 @@ Packet announcement(quint16 port, const QByteArrayList &strings,
         .target(cam(), "cam1.local", port)
         .text(cam(), strings)
         .address("cam1.local", address);
+}
+
+Packet farewell()
+{
+    return Packet()
+        .add(Mdns::name(type), Mdns::Ptr, cam(), Mdns::goodbye)
+        .target(cam(), "cam1.local", 80, Mdns::goodbye)
+        .text(cam(), {}, Mdns::goodbye);
 }
 
 } // namespace
@@ -81,7 +110,11 @@ private slots:
     void fetches();
     void otherProtocolsAreNeverOpened_data();
     void otherProtocolsAreNeverOpened();
+    void everyAddressIsAsked_data();
     void everyAddressIsAsked();
+    void thousandNodesThatHang();
+    void hangingNodesGiveUpTheirPlaces();
+    void stoppingDropsWhatHasNotBegun();
     void updateAsksAgainAndRemovalDoesNot();
     void startsAndStops();
     void destroyedInItsOwnSignals_data();
@@ -89,6 +122,7 @@ private slots:
 
 private:
     void record(NMOSMdnsBrowser &browser);
+    void announceHanging(quint16 port, int count);
 
     Mdns::Sender sender;
 };
@@ -165,9 +199,9 @@ void NMOSMdnsBrowserTest::fetches_data()
     QTest::addColumn<QString>("discovered");
     QTest::addColumn<QString>("path");
     QTest::addColumn<QStringList>("result"); // %1 is the address
-    const QStringList json{QStringLiteral("ready|Cam 1.ä|%1|{\"id\":\"x\"}"),
+    const QStringList json{QStringLiteral("ready|Cam 1 ä|%1|{\"id\":\"x\"}"),
                            QStringLiteral("info: OK %1")};
-    const QStringList noJson{QStringLiteral("ready|Cam 1.ä|%1|"),
+    const QStringList noJson{QStringLiteral("ready|Cam 1 ä|%1|"),
                              QStringLiteral("info: OK (non-JSON) %1")};
     const QByteArray self = ok("{\"id\": \"x\"}");
     const QString v13 = QStringLiteral("/x-nmos/node/v1.3/self");
@@ -191,10 +225,10 @@ void NMOSMdnsBrowserTest::fetches_data()
         v13, noJson);
     const QString text = QStringLiteral("Error transferring %1 - server replied: Not Found");
     row("not found", {}, "404 Not Found\r\nContent-Length: 0\r\n\r\n", "", v13,
-        {QStringLiteral("error|Cam 1.ä|%1|") + text,
+        {QStringLiteral("error|Cam 1 ä|%1|") + text,
          QStringLiteral("warning: GET %1 failed: ") + text});
     row("an answer without end", {}, "200 OK\r\n\r\n" + QByteArray(1024 * 1024 + 1, ' '), "", v13,
-        {QStringLiteral("error|Cam 1.ä|%1|The response is too large"),
+        {QStringLiteral("error|Cam 1 ä|%1|The response is too large"),
          QStringLiteral("warning: GET %1 failed: The response is too large")});
 }
 
@@ -214,7 +248,7 @@ void NMOSMdnsBrowserTest::fetches()
     const QString port = QString::number(node.serverPort());
     const QString url = QStringLiteral("http://192.0.2.1:") + port + path;
     QStringList expected{QStringLiteral("info: Browsing for _nmos-node._tcp.local."),
-                         QStringLiteral("discovered|Cam 1.ä|cam1.local.|") + port + discovered};
+                         QStringLiteral("discovered|Cam 1 ä|cam1.local.|") + port + discovered};
     for (QString line : result) {
         expected += line.replace(QLatin1String("%1"), url);
     }
@@ -247,22 +281,120 @@ void NMOSMdnsBrowserTest::otherProtocolsAreNeverOpened()
     QVERIFY(!node.hasPendingConnections() && node.requests.isEmpty());
 }
 
+void NMOSMdnsBrowserTest::everyAddressIsAsked_data()
+{
+    QTest::addColumn<QString>("address");
+    QTest::addColumn<QString>("host");
+    const QString global = QStringLiteral("fd00:6e70:1::1");
+    QTest::newRow("a global address") << global << QStringLiteral("[%1]").arg(global);
+#ifdef NODEPATCH_MDNS_LAYER // an installed QMdnsEngine does not say where it heard an address
+    QTest::newRow("a link-local address")
+        << QStringLiteral("fe80::1") << QStringLiteral("[fe80::1%25vx0]");
+#endif
+}
+
 void NMOSMdnsBrowserTest::everyAddressIsAsked()
 {
+    QFETCH(const QString, address);
+    QFETCH(const QString, host);
     Responder node(ok("{}"));
     NMOSMdnsBrowser browser;
     QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
     browser.start();
-    QVERIFY(sender.send(announcement(node.serverPort(), {})
-                            .address("cam1.local", QStringLiteral("fe80::1"))
-                            .bytes()));
+    QVERIFY(
+        sender.send(announcement(node.serverPort(), {}).address("cam1.local", address).bytes()));
     QTRY_COMPARE(ready.size(), 2);
     QStringList urls{ready.at(0).at(1).toUrl().toString(), ready.at(1).at(1).toUrl().toString()};
     urls.sort();
     const QString rest = QStringLiteral(":%1/x-nmos/node/v1.3/self").arg(node.serverPort());
     QCOMPARE(urls,
              QStringList({QStringLiteral("http://192.0.2.1") + rest,
-                          QStringLiteral("http://[fe80::1%25vx0]") + rest}));
+                          QStringLiteral("http://") + host + rest}));
+}
+
+// Each is an address of its own: of one host Qt asks for six resources at a time.
+void NMOSMdnsBrowserTest::announceHanging(quint16 port, int count)
+{
+    sender.send(announcement(port, {}, QStringLiteral("127.1.0.0")).bytes());
+    for (int i = 1; i < count; ++i) {
+        const QHostAddress address(0x7f010000 + static_cast<quint32>(i));
+        sender.send(Packet().address("cam1.local", address.toString()).bytes());
+        QCoreApplication::processEvents();
+    }
+}
+
+void NMOSMdnsBrowserTest::thousandNodesThatHang()
+{
+    rlimit before{};
+    QCOMPARE(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit usual{1024, before.rlim_max};
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &usual), 0);
+    constexpr int count = 1000;
+    Responder healthy(ok("{}"));
+    auto hanging = std::make_unique<HangingNodes>(count);
+    NMOSMdnsBrowser browser;
+    QSignalSpy discovered(&browser, &NMOSMdnsBrowser::nodeDiscovered);
+    QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
+    QSignalSpy errors(&browser, &NMOSMdnsBrowser::nodeError);
+    browser.start();
+    announceHanging(hanging->serverPort(), count);
+    const QByteArray behind = Mdns::label("behind") + Mdns::name(type);
+    QVERIFY(sender.send(Packet()
+                            .add(Mdns::name(type), Mdns::Ptr, behind)
+                            .target(behind, "cam2.local", healthy.serverPort())
+                            .text(behind, {})
+                            .address("cam2.local", QStringLiteral("192.0.2.1"))
+                            .bytes()));
+    // Half of the descriptors are taken; those who wait are asked when the others end.
+    QTRY_COMPARE(discovered.size(), 2);
+    QTRY_VERIFY_WITH_TIMEOUT(descriptors() > 512, 30000);
+    QVERIFY(!QTest::qWaitFor([] { return descriptors() > 600; }, 3000));
+    QCOMPARE(ready.size() + errors.size(), 0);
+    hanging.reset();
+    QTRY_COMPARE_WITH_TIMEOUT(errors.size(), count, 30000);
+    QTRY_COMPARE(ready.size(), 1);
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &before), 0);
+}
+
+void NMOSMdnsBrowserTest::hangingNodesGiveUpTheirPlaces()
+{
+    Responder healthy(ok("{}"));
+    const HangingNodes hanging(200);
+    NMOSMdnsBrowser browser;
+    QSignalSpy discovered(&browser, &NMOSMdnsBrowser::nodeDiscovered);
+    QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
+    QSignalSpy errors(&browser, &NMOSMdnsBrowser::nodeError);
+    browser.start();
+    announceHanging(hanging.serverPort(), 200);
+    QVERIFY(sender.send(Packet()
+                            .target(cam(), "cam2.local", healthy.serverPort())
+                            .address("cam2.local", QStringLiteral("192.0.2.1"))
+                            .bytes()));
+    QTRY_COMPARE_WITH_TIMEOUT(ready.size(), 1, 10000);
+    QCOMPARE(discovered.size(), 2);
+    QCOMPARE(errors.size(), 0);
+    QCOMPARE(healthy.requests.size(), 1);
+}
+
+void NMOSMdnsBrowserTest::stoppingDropsWhatHasNotBegun()
+{
+    constexpr int count = 1000;
+    Responder healthy(ok("{}"));
+    auto hanging = std::make_unique<HangingNodes>(count);
+    NMOSMdnsBrowser browser;
+    QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
+    QSignalSpy errors(&browser, &NMOSMdnsBrowser::nodeError);
+    browser.start();
+    const int before = descriptors();
+    announceHanging(hanging->serverPort(), count);
+    QTRY_VERIFY(descriptors() > before + 50);
+    browser.stop();
+    hanging.reset();
+    browser.start();
+    // Behind what is left, if anything is.
+    QVERIFY(sender.send(announcement(healthy.serverPort(), {}).bytes()));
+    QTRY_COMPARE(ready.size(), 1);
+    QVERIFY2(errors.size() < count / 2, qPrintable(QString::number(errors.size())));
 }
 
 void NMOSMdnsBrowserTest::updateAsksAgainAndRemovalDoesNot()
@@ -278,9 +410,9 @@ void NMOSMdnsBrowserTest::updateAsksAgainAndRemovalDoesNot()
     QVERIFY(sender.send(Packet().text(cam(), {"api_ver=v1.1"}).bytes()));
     QTRY_COMPARE(ready.size(), 2);
     QCOMPARE(ready.at(1).at(1).toUrl().path(), QStringLiteral("/x-nmos/node/v1.1/self"));
-    QVERIFY(sender.send(Packet().add(Mdns::name(type), Mdns::Ptr, cam(), Mdns::goodbye).bytes()));
+    QVERIFY(sender.send(farewell().bytes()));
     QTRY_COMPARE(removed.size(), 1);
-    QCOMPARE(removed.at(0).at(0).toString(), QStringLiteral("Cam 1.ä"));
+    QCOMPARE(removed.at(0).at(0).toString(), QStringLiteral("Cam 1 ä"));
     QCOMPARE(discovered.size(), 2);
     QCOMPARE(node.requests.size(), 2);
 }
@@ -311,7 +443,12 @@ void NMOSMdnsBrowserTest::destroyedInItsOwnSignals_data()
 {
     QTest::addColumn<QString>("signal");
     QTest::addColumn<bool>("stopOnly");
-    for (const char *signal : {"discovered", "ready", "error", "removed"}) {
+    QVector<const char *> inSignals{"ready", "error"};
+#ifdef NODEPATCH_MDNS_LAYER // an installed QMdnsEngine does not live through its end in its signals
+    inSignals << "discovered"
+              << "removed";
+#endif
+    for (const char *signal : qAsConst(inSignals)) {
         QTest::addRow("destroyed when %s", signal) << QString::fromLatin1(signal) << false;
         QTest::addRow("stopped when %s", signal) << QString::fromLatin1(signal) << true;
     }
@@ -337,9 +474,9 @@ void NMOSMdnsBrowserTest::destroyedInItsOwnSignals()
     browser->start();
     const bool fails = signal == QLatin1String("error");
     const quint32 port = fails ? 1 : node.serverPort();
-    QVERIFY(sender.send(announcement(quint16(port), {}).bytes()));
+    QVERIFY(sender.send(announcement(static_cast<quint16>(port), {}).bytes()));
     QTRY_VERIFY(done || !node.requests.isEmpty());
-    QVERIFY(sender.send(Packet().add(Mdns::name(type), Mdns::Ptr, cam(), Mdns::goodbye).bytes()));
+    QVERIFY(sender.send(farewell().bytes()));
     QTRY_VERIFY(done);
 }
 

@@ -11,7 +11,7 @@
 
 using namespace ProductBanner;
 
-class ProductAdRotatorTest final : public QObject {
+class TestProductAdRotator final : public QObject {
     Q_OBJECT
 
 public slots:
@@ -25,7 +25,7 @@ private:
     {
         return geometryFor(banner->contentsRect());
     }
-    // Whether the banner kept the press for itself.
+    // True when the banner accepted the press.
     bool press(const QPointF &point, Qt::MouseButton mouseButton = Qt::LeftButton)
     {
         QMouseEvent event(QEvent::MouseButtonPress, point, mouseButton, mouseButton,
@@ -50,7 +50,7 @@ private:
         banner->render(&image, QPoint(), QRegion(), QWidget::DrawChildren);
         return image;
     }
-    // A picture without any pattern, so that what is painted over it can be computed.
+    // A picture of one colour, so that the colours painted over it can be computed.
     void usePlainPicture(const QColor &colour)
     {
         QImage picture(1920, 105, QImage::Format_ARGB32);
@@ -61,7 +61,8 @@ private:
     }
     static void comparePixel(const QImage &image, const QPointF &point, const QColor &expected)
     {
-        const QColor found = image.pixelColor(int(point.x()), int(point.y()));
+        const QColor found =
+            image.pixelColor(static_cast<int>(point.x()), static_cast<int>(point.y()));
         const auto near = [](int left, int right) {
             return std::abs(left - right) <= 3;
         };
@@ -108,7 +109,22 @@ private slots:
         QCOMPARE(distinct.size(), 3 * products.size());
     }
 
-    void layout_data()
+    // DejaVu Sans is the widest of the common fonts, and 900 pixels the width in a new main window.
+    void everySentenceFitsIntoOneLineOfAFontATenthLarger()
+    {
+        QFont font(QStringLiteral("DejaVu Sans"));
+        font.setPixelSize(12); // nine points at 96 dots per inch
+        const QFontMetricsF metrics(font);
+        const QSizeF place = geometry().description.size() / 1.1;
+        QVERIFY(metrics.height() <= place.height());
+        const auto products = catalogue();
+        for (const ProductEntry &product : products) {
+            const QString &text = product.description;
+            QVERIFY2(metrics.horizontalAdvance(text) <= place.width(), qPrintable(text));
+        }
+    }
+
+    void everyPartFollowsTheSize_data()
     {
         QTest::addColumn<QSizeF>("size");
         QTest::addColumn<QRectF>("firstButton");
@@ -128,7 +144,7 @@ private slots:
             << QRectF(150.35, 75, 3601.94, 19) << QRectF(1, -52.5, 3840, 210);
     }
 
-    void layout()
+    void everyPartFollowsTheSize()
     {
         QFETCH(const QSizeF, size);
         QFETCH(const QRectF, firstButton);
@@ -277,6 +293,6 @@ private slots:
     }
 };
 
-NODEPATCH_TEST_MAIN(ProductAdRotatorTest)
+NODEPATCH_TEST_MAIN(TestProductAdRotator)
 
 #include "tst_productadrotator.moc"

@@ -17,7 +17,7 @@ const QString showRx = QStringLiteral("Receiver IP: show SDP");
 
 const Essence essences[] = {Essence::Video, Essence::Audio, Essence::Data};
 
-// Copies and closes every SDP dialog, and remembers what was copied.
+// A window whose SDP dialogs are copied to the clipboard and closed. Notes their titles.
 struct SdpWindow : Window {
     QStringList titles;
     Boxes boxes{[this](QDialog *dialog) {
@@ -32,7 +32,7 @@ struct SdpWindow : Window {
     }
 };
 
-// The text view knows one kind of line end.
+// What the dialog copies of an SDP: the text view turns CR LF into LF.
 QString block(const QByteArray &sdp)
 {
     return QString::fromUtf8(sdp).replace(QLatin1String("\r\n"), QLatin1String("\n"))
@@ -69,9 +69,9 @@ void TestSdpCommands::init()
 void TestSdpCommands::showsWhatTheDeviceOffers_data()
 {
     QTest::addColumn<int>("count");
-    QTest::newRow("video") << 1;
-    QTest::newRow("video and audio") << 2;
-    QTest::newRow("video, audio and data") << 3;
+    QTest::newRow("the device sends video") << 1;
+    QTest::newRow("the device sends video and audio") << 2;
+    QTest::newRow("the device sends video, audio and data") << 3;
 }
 
 void TestSdpCommands::showsWhatTheDeviceOffers()
@@ -143,20 +143,20 @@ void TestSdpCommands::tellsWhatIsMissing_data()
     QTest::addColumn<QString>("command");
     QTest::addColumn<bool>("isNode");
     QTest::addColumn<ShownBox>("box");
-    QTest::newRow("no transmitter")
+    QTest::newRow("there is no transmitter")
         << showTx << false
         << ShownBox{QStringLiteral("No Sender"),
                     QStringLiteral("No sender found on transmitter node."), QMessageBox::Warning};
-    QTest::newRow("no SDP to be had")
+    QTest::newRow("the sender gives no SDP")
         << showTx << true
         << ShownBox{QStringLiteral("SDP"), QStringLiteral("Failed to fetch SDP from sender."),
                     QMessageBox::Warning};
-    QTest::newRow("no receiver")
+    QTest::newRow("there is no receiver")
         << showRx << false
         << ShownBox{QStringLiteral("Info"),
                     QStringLiteral("No senders on the receiver node to display SDP from."),
                     QMessageBox::Information};
-    QTest::newRow("nothing staged")
+    QTest::newRow("the receiver has nothing staged")
         << showRx << true
         << ShownBox{QStringLiteral("SDP"),
                     QStringLiteral("Nothing is connected/Failed to fetch SDP."),

@@ -5,11 +5,11 @@
 #include <QPushButton>
 #include <QTextEdit>
 
-class SdpDialogTest : public QObject {
+class TestSdpDialog final : public QObject {
     Q_OBJECT
 
 private slots:
-    void title();
+    void namesTheSenderInItsTitle();
     void showsAndCopiesWhatWasPassed_data();
     void showsAndCopiesWhatWasPassed();
     void cannotBeEdited();
@@ -31,7 +31,7 @@ QPushButton *button(const QDialog &dialog, const char *text)
 
 } // namespace
 
-void SdpDialogTest::title()
+void TestSdpDialog::namesTheSenderInItsTitle()
 {
     const auto titleFor = [](const char *caption) {
         return SdpDialog(QString::fromUtf8(caption), QStringLiteral("v=0"), nullptr).windowTitle();
@@ -41,7 +41,7 @@ void SdpDialogTest::title()
     QCOMPARE(titleFor("%1 %2 <b>&amp;"), QStringLiteral("SDP \u2022 %1 %2 <b>&amp;"));
 }
 
-void SdpDialogTest::showsAndCopiesWhatWasPassed_data()
+void TestSdpDialog::showsAndCopiesWhatWasPassed_data()
 {
     QTest::addColumn<QString>("passed");
     QTest::addColumn<QString>("shown");
@@ -56,11 +56,11 @@ void SdpDialogTest::showsAndCopiesWhatWasPassed_data()
     row("markup", QStringLiteral("<html><b>s=</b>&amp; <img src='x'>\n"));
     row("text that is not Latin", QStringLiteral("s=カメラ \U0001F3A5\tä\n"));
     row("five megabytes of lines", QStringLiteral("a=fmtp:96 width=1920\r\n").repeated(230000));
-    // Quick only because such a text wraps anywhere.
+    // Fast only while the view may wrap anywhere: it breaks such a text at no blank.
     row("half a megabyte without a blank", QString(500000, QLatin1Char('x')));
 }
 
-void SdpDialogTest::showsAndCopiesWhatWasPassed()
+void TestSdpDialog::showsAndCopiesWhatWasPassed()
 {
     QFETCH(const QString, passed);
     QFETCH(const QString, shown);
@@ -76,7 +76,7 @@ void SdpDialogTest::showsAndCopiesWhatWasPassed()
     QVERIFY(dialog.isVisible());
 }
 
-void SdpDialogTest::cannotBeEdited()
+void TestSdpDialog::cannotBeEdited()
 {
     SdpDialog dialog(QString(), QStringLiteral("v=0\n"), nullptr);
     dialog.show();
@@ -91,18 +91,18 @@ void SdpDialogTest::cannotBeEdited()
     QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("v=0\n"));
 }
 
-void SdpDialogTest::closes()
+void TestSdpDialog::closes()
 {
     SdpDialog dialog(QString(), QString(), nullptr);
     dialog.open();
     QTest::mouseClick(button(dialog, "Close"), Qt::LeftButton);
     QVERIFY(!dialog.isVisible());
-    QCOMPARE(dialog.result(), int(QDialog::Accepted));
+    QCOMPARE(dialog.result(), static_cast<int>(QDialog::Accepted));
     dialog.open();
     QTest::keyClick(dialog.findChild<QTextEdit *>(), Qt::Key_Escape);
     QVERIFY(!dialog.isVisible());
-    QCOMPARE(dialog.result(), int(QDialog::Rejected));
+    QCOMPARE(dialog.result(), static_cast<int>(QDialog::Rejected));
 }
 
-NODEPATCH_TEST_MAIN(SdpDialogTest)
+NODEPATCH_TEST_MAIN(TestSdpDialog)
 #include "tst_sdpdialog.moc"

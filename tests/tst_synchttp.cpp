@@ -43,6 +43,7 @@ private slots:
     void unpacksBodies_data();
     void unpacksBodies();
     void keepsPatchesOffStalledConnections();
+    void readsNothingOfAnAbortedReply();
 };
 
 void TestSyncHttp::normalizesUrls_data()
@@ -143,7 +144,7 @@ void TestSyncHttp::endsAResponseThatIsTooLarge()
     QCOMPARE(status, -1);
     QCOMPARE(error, QStringLiteral("The response is too large"));
 
-    // The toolkit's own thread has let go of it too, and serves the next request.
+    // Qt's network thread has let go of it too, and serves the next request.
     QVERIFY(!syncGet(&manager, node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"), &status,
                      &error)
                  .isEmpty());
@@ -214,6 +215,25 @@ void TestSyncHttp::keepsPatchesOffStalledConnections()
     QCOMPARE(connections, 1);
     QVERIFY(syncPatchJson(&manager, QUrl(url), {}));
     QCOMPARE(connections, 2);
+}
+
+void TestSyncHttp::readsNothingOfAnAbortedReply()
+{
+    static QStringList warnings;
+    const auto previous = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &text) { warnings += text; });
+    SimulatedNode node;
+    node.setFault(QStringLiteral("*"), Fault::hang());
+    QNetworkAccessManager manager;
+    QString error;
+    QTimer::singleShot(0, &manager, [&manager, &node, &error] {
+        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        syncGet(&manager, node.baseUrl(), nullptr, &error);
+    });
+    QCoreApplication::exec();
+    qInstallMessageHandler(previous);
+    QCOMPARE(error, QStringLiteral("The program is closing"));
+    QCOMPARE(warnings, QStringList());
 }
 
 NODEPATCH_TEST_MAIN(TestSyncHttp)

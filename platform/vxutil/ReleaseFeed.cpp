@@ -1,12 +1,14 @@
 #include "ReleaseFeed.h"
 
 #include "VxUtil.h"
+#include "WebAnswer.h"
 
+#include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
+#include <QNetworkProxy>
+#include <QSslSocket>
 #include <QTimer>
 
 #include <algorithm>
@@ -14,64 +16,147 @@
 
 namespace {
 
-constexpr qint64 maximumFeedSize = 64 * 1024;
+constexpr int maximumAnswer = 64 * 1024;
 constexpr int maximumRedirects = 3;
 
-QNetworkRequest feedRequest(const QUrl &feed)
+const QLatin1String http("http");
+const QLatin1String https("https");
+
+// Where a request goes: to the feed's server, with or without a proxy that Qt's socket talks to, or
+// to a proxy that is asked for the address itself. Many HTTP proxies let nobody through to port 80,
+// so only https goes through them.
+struct Route {
+    QString host;
+    quint16 port;
+    QNetworkProxy proxy; // one that the socket talks to, or none
+    bool asksProxy;
+    QByteArray credentials; // for a proxy that is asked
+};
+
+Route routeTo(const QUrl &address)
 {
-    QNetworkRequest request(feed);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::NoLessSafeRedirectPolicy);
-    request.setMaximumRedirectsAllowed(maximumRedirects);
-    request.setRawHeader("User-Agent", "VxUtil/1");
-    request.setRawHeader("Accept", "application/json");
-    // A compressed answer could unpack to any size before it is counted.
-    request.setRawHeader("Accept-Encoding", "identity");
-    return request;
+    const bool isSecure = address.scheme() == https;
+    const QNetworkProxy proxy =
+        QNetworkProxyFactory::systemProxyForQuery(QNetworkProxyQuery(address)).value(0);
+    const bool isHttp =
+        proxy.type() == QNetworkProxy::HttpProxy || proxy.type() == QNetworkProxy::HttpCachingProxy;
+    if (!isHttp || isSecure) {
+        const auto port = static_cast<quint16>(address.port(isSecure ? 443 : 80));
+        return {address.host(), port, proxy, false, {}};
+    }
+    QByteArray credentials;
+    if (!proxy.user().isEmpty()) {
+        const QString pair = proxy.user() + QLatin1Char(':') + proxy.password();
+        credentials = pair.toUtf8().toBase64();
+    }
+    return {proxy.hostName(), proxy.port(), QNetworkProxy::NoProxy, true, credentials};
 }
 
-// Leaves the feed's text in body when the result is VXUTIL_NOT_NEWER, that is, when nothing failed.
-int32_t fetch(const QUrl &feed, std::chrono::milliseconds limit, QByteArray *body)
+QByteArray requestFor(const QUrl &address, const Route &route)
 {
-    QNetworkAccessManager manager;
-    QEventLoop loop;
-    QTimer timer;
-    timer.setSingleShot(true);
-    timer.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
-    timer.start(limit);
+    constexpr auto notAuthority =
+        QUrl::RemoveScheme | QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery;
+    QUrl target = address.adjusted(QUrl::RemoveUserInfo | QUrl::RemoveFragment);
+    if (target.path().isEmpty()) {
+        target.setPath(QStringLiteral("/"));
+    }
+    const QByteArray host = target.toEncoded(notAuthority).mid(2);
+    const QByteArray name = route.asksProxy
+        ? target.toEncoded()
+        : target.toEncoded(QUrl::RemoveScheme | QUrl::RemoveAuthority);
+    const QByteArray authorization = route.credentials.isEmpty()
+        ? QByteArray()
+        : "Proxy-Authorization: Basic " + route.credentials + "\r\n";
+    return "GET " + name + " HTTP/1.1\r\nHost: " + host + "\r\n" + authorization
+        + "User-Agent: VxUtil/1\r\nAccept: application/json\r\nAccept-Encoding: identity\r\n"
+          "Connection: close\r\n\r\n";
+}
 
-    QNetworkReply *const reply = manager.get(feedRequest(feed));
-    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    QObject::connect(reply, &QNetworkReply::readyRead, &loop, [reply, body, &loop] {
-        *body += reply->read(maximumFeedSize + 1 - body->size());
-        if (body->size() > maximumFeedSize) {
+// Sends one request and returns what came back, at the latest when the time is over: the whole
+// answer, or as much of it as came, or more than the maximum.
+//
+// On sockets of the calling thread, because QNetworkAccessManager reads an answer on a thread that
+// cannot be stopped, and works off the fields of its head on the calling one: its destructor waits
+// five seconds for a thread that reads an endless head, and 20,000 cookies take 80 seconds.
+QByteArray exchange(const QUrl &address, const QDeadlineTimer &deadline, bool *isClosed)
+{
+    const Route route = routeTo(address);
+    QSslSocket socket;
+    QEventLoop loop;
+    QByteArray received;
+    const auto send = [&socket, &address, &route] {
+        socket.write(requestFor(address, route));
+    };
+    const bool isSecure = address.scheme() == https;
+    if (isSecure) {
+        QObject::connect(&socket, &QSslSocket::encrypted, &loop, send);
+    } else {
+        QObject::connect(&socket, &QSslSocket::connected, &loop, send);
+    }
+    QObject::connect(&socket, &QSslSocket::readyRead, &loop, [&socket, &loop, &received] {
+        received += socket.read(maximumAnswer + 1 - received.size());
+        if (received.size() > maximumAnswer || readWebAnswer(received, false)) {
             loop.quit();
         }
     });
-    // Without a limit the toolkit's thread reads on for as long as the feed sends faster than it
-    // reads, and cannot be ended. It is lost on a request that has not begun, so this comes after
-    // the event that begins it.
-    QMetaObject::invokeMethod(
-        reply, [reply] { reply->setReadBufferSize(maximumFeedSize + 1); }, Qt::QueuedConnection);
+    QObject::connect(&socket, &QSslSocket::disconnected, &loop, &QEventLoop::quit);
+    QObject::connect(&socket, &QSslSocket::errorOccurred, &loop, &QEventLoop::quit);
+    QTimer timer;
+    timer.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
+    timer.start(std::chrono::milliseconds(deadline.remainingTime()));
+
+    socket.setProxy(route.proxy);
+    socket.setReadBufferSize(maximumAnswer);
+    // In the loop, which a failure would else quit before it runs.
+    QTimer::singleShot(0, &socket, [&socket, &route, isSecure] {
+        isSecure ? socket.connectToHostEncrypted(route.host, route.port)
+                 : socket.connectToHost(route.host, route.port);
+    });
     // The caller's windows are not ready for the operator while they wait for this.
     loop.exec(QEventLoop::ExcludeUserInputEvents);
+    *isClosed = socket.error() == QAbstractSocket::RemoteHostClosedError;
+    socket.disconnect(&loop);
+    return received;
+}
 
-    if (body->size() > maximumFeedSize) {
-        return VXUTIL_BAD_FEED;
+// Where the answer redirects to; an invalid address when it is no redirect, or one that is not
+// followed: from https to http, or to another protocol.
+QUrl redirection(const QUrl &from, const WebAnswer &answer)
+{
+    constexpr std::array redirects = {301, 302, 303, 307, 308};
+    const bool isRedirect =
+        std::find(redirects.begin(), redirects.end(), answer.status) != redirects.end();
+    const QUrl to = from.resolved(QUrl::fromEncoded(answer.location, QUrl::StrictMode));
+    const bool isFollowed = to.scheme() == https || (to.scheme() == http && from.scheme() == http);
+    return isRedirect && isFollowed && !to.host().isEmpty() ? to : QUrl();
+}
+
+// Leaves the feed's text in body when the result is VXUTIL_NOT_NEWER, that is, when nothing failed.
+int32_t fetch(QUrl address, std::chrono::milliseconds limit, QByteArray *body)
+{
+    const QDeadlineTimer deadline(limit, Qt::PreciseTimer);
+    for (int redirects = 0; redirects <= maximumRedirects && address.isValid(); ++redirects) {
+        bool isClosed = false;
+        const QByteArray received = exchange(address, deadline, &isClosed);
+        if (received.size() > maximumAnswer) {
+            return VXUTIL_BAD_FEED;
+        }
+        const std::optional<WebAnswer> answer = readWebAnswer(received, isClosed);
+        if (!answer) {
+            return VXUTIL_NO_ANSWER;
+        }
+        if (answer->status / 100 == 2) {
+            *body = answer->body;
+            return VXUTIL_NOT_NEWER;
+        }
+        address = redirection(address, *answer);
     }
-    if (!reply->isFinished()) {
-        return VXUTIL_NO_ANSWER;
-    }
-    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (status.isValid() && status.toInt() / 100 != 2) {
-        return VXUTIL_REFUSED;
-    }
-    return reply->error() == QNetworkReply::NoError ? VXUTIL_NOT_NEWER : VXUTIL_NO_ANSWER;
+    return VXUTIL_REFUSED;
 }
 
 // Nothing for any other text than one to four numbers with dots between them. The characters are
-// looked at one by one, because the toolkit's conversion takes signs and blanks along.
+// looked at one by one, because QString::toInt() takes signs and blanks along.
 std::optional<Version> readVersion(const QString &text)
 {
     const bool plain = std::all_of(text.cbegin(), text.cend(), [](QChar c) {
@@ -98,8 +183,7 @@ std::optional<Version> readVersion(const QString &text)
 QByteArray readWebAddress(const QJsonValue &value)
 {
     const QUrl url(value.toString(), QUrl::StrictMode);
-    const bool web =
-        url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https");
+    const bool web = url.scheme() == http || url.scheme() == https;
     return web && !url.host().isEmpty() ? url.toEncoded() : QByteArray();
 }
 

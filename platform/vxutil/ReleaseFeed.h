@@ -8,7 +8,7 @@
 #include <chrono>
 #include <cstdint>
 
-// Compares number by number. Not the toolkit's version type: optimised by gcc 12, one that a
+// Compares number by number. Not QVersionNumber: compiled by gcc 12 with optimisation, one that a
 // function returned came out empty.
 using Version = std::array<int, 4>;
 

@@ -99,7 +99,7 @@ QLayout *BrowserWindow::buildControls()
     typeEdit->setAccessibleName(tr("Service type or filter"));
     auto *anyBox = new QCheckBox(tr("Any"), this);
     anyBox->setAccessibleName(tr("Any service type"));
-    // The window's only button: the toolkit makes it the default one, which Enter presses.
+    // The window's only button: Qt makes it the default one, which Enter presses.
     browseButton = new QPushButton(tr("Browse"), this);
 
     connect(anyBox, &QCheckBox::toggled, this, &BrowserWindow::onToggled);

@@ -1,6 +1,7 @@
 #include "discovery/NMOSMdnsBrowser.h"
 
 #include "net/JsonText.h"
+#include "net/NodeAccess.h"
 #include "net/ResponseBody.h"
 
 #include <qmdnsengine/resolver.h>
@@ -28,11 +29,24 @@ QMap<QString, QString> decoded(const QMap<QByteArray, QByteArray> &attributes)
     return txt;
 }
 
+// Why a URL of that scheme and with that path segment is not requested; null when it is. The scheme
+// is an unknown sender's text: QNetworkAccessManager would open local files, resources and other
+// protocols just as well, so those fail with its words for a protocol that it does not know.
+QString refusal(const QString &scheme, const std::optional<QString> &segment)
+{
+    if (scheme != QLatin1String("http") && scheme != QLatin1String("https")) {
+        return QCoreApplication::translate("QNetworkReply", "Protocol \"%1\" is unknown")
+            .arg(scheme);
+    }
+    return segment ? QString() : QStringLiteral("The API version cannot be part of an address");
+}
+
 } // namespace
 
 NMOSMdnsBrowser::NMOSMdnsBrowser(QObject *parent)
     : QObject(parent)
 {
+    prepareForNodes(network);
 }
 
 NMOSMdnsBrowser::~NMOSMdnsBrowser()
@@ -67,6 +81,7 @@ void NMOSMdnsBrowser::stop()
     // Resolvers stay for the whole run otherwise. Here they have to go first: they work on the
     // server and the cache, and nothing promises that an engine's resolver survives them.
     qDeleteAll(findChildren<QMdnsEngine::Resolver *>(QString(), Qt::FindDirectChildrenOnly));
+    requests.clear();
     browser.reset();
     cache.reset();
     server.reset();
@@ -138,25 +153,29 @@ void NMOSMdnsBrowser::fetchSelf(const QHostAddress &address, const QString &sche
     url.setScheme(scheme);
     url.setHost(address.toString(), QUrl::DecodedMode);
     url.setPort(svc.port());
-    url.setPath(QStringLiteral("/x-nmos/node/%1/self").arg(version), QUrl::DecodedMode);
-    // The scheme is an unknown sender's text. The network manager would open local files, resources
-    // and other protocols just as well, so those fail as a protocol unknown to it does: later, with
-    // its words.
-    if (url.scheme() != QLatin1String("http") && url.scheme() != QLatin1String("https")) {
-        const QString unknown =
-            QCoreApplication::translate("QNetworkReply", "Protocol \"%1\" is unknown")
-                .arg(url.scheme());
+    const std::optional<QString> segment = pathSegment(version);
+    url.setPath(QStringLiteral("/x-nmos/node/%1/self").arg(segment.value_or(version)),
+                QUrl::TolerantMode);
+    const QString reason = refusal(url.scheme(), segment);
+    if (!reason.isNull()) {
+        // Later, as any other failure.
         QMetaObject::invokeMethod(
-            this, [this, svc, url, unknown] { reportFailure(svc, url, unknown); },
+            this, [this, svc, url, reason] { reportFailure(svc, url, reason); },
             Qt::QueuedConnection);
         return;
     }
+    requests.enqueue([this, url, svc] { return sendRequest(url, svc); });
+}
+
+QNetworkReply *NMOSMdnsBrowser::sendRequest(const QUrl &url, const QMdnsEngine::Service &svc)
+{
     QNetworkReply *const reply = network.get(ResponseBody::requestFor(url));
     auto *const body = new ResponseBody(reply, maximumSelfBody, reply);
     connect(reply, &QNetworkReply::finished, this,
             [this, reply, body, url, svc] { handleSelfReply(reply, body, url, svc); });
     connect(body, &ResponseBody::tooLarge, this,
             [this, reply, body, url, svc] { dropSelfReply(reply, body, url, svc); });
+    return reply;
 }
 
 void NMOSMdnsBrowser::dropSelfReply(QNetworkReply *reply, const ResponseBody *body, const QUrl &url,

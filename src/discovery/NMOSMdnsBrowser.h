@@ -1,5 +1,8 @@
 #pragma once
 
+#include "discovery/RequestGate.h"
+#include "discovery/ServiceMetaType.h"
+
 #include <qmdnsengine/browser.h>
 #include <qmdnsengine/cache.h>
 #include <qmdnsengine/server.h>
@@ -22,7 +25,8 @@ class ResponseBody;
 // node's self resource. Nothing blocks; every signal comes from the event loop.
 //
 // There is no de-duplication: each announcement and each change of one leads to a further
-// resolution and further requests, so that a listener may hear of one node many times.
+// resolution and further requests, so that a listener may hear of one node many times. The requests
+// begin in the order in which the addresses are found, as RequestGate lets them.
 class NMOSMdnsBrowser final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(NMOSMdnsBrowser)
@@ -36,7 +40,8 @@ public:
     // Begins browsing; does nothing while it is started. May be called again after stop.
     void start();
     // Ends browsing and the resolutions that go on; does nothing unless it is started. Requests in
-    // flight still emit their results.
+    // flight still emit their results. Those that have not begun never do: nothing is sent for a
+    // browser that was stopped.
     void stop();
 
     // The API version to use with a node whose "api_ver" attribute is text, a comma-separated list:
@@ -53,8 +58,9 @@ signals:
     // not JSON; nobody has looked at what it says.
     void nodeSelfReady(const QString &serviceName, const QUrl &url, const QJsonDocument &selfDoc);
     // The request to url failed; errorString is the text of the network layer. Also comes for an
-    // "api_proto" attribute other than http and https: such an address is never requested; and for
-    // a response body of more than 1 MiB, as sent or unpacked, as soon as that much is here.
+    // "api_proto" attribute other than http and https, and for an API version "." or "..": such an
+    // address is never requested; and for a response body of more than 1 MiB, as sent or unpacked,
+    // as soon as that much is here.
     void nodeError(const QString &serviceName, const QUrl &url, const QString &errorString);
     // The announcement is gone. Results of requests in flight may still come.
     void nodeRemoved(const QString &serviceName);
@@ -68,6 +74,7 @@ private:
     void resolveAndFetch(const QMdnsEngine::Service &svc);
     void fetchSelf(const QHostAddress &address, const QString &scheme, const QString &version,
                    const QMdnsEngine::Service &svc);
+    QNetworkReply *sendRequest(const QUrl &url, const QMdnsEngine::Service &svc);
     void handleSelfReply(QNetworkReply *reply, ResponseBody *body, const QUrl &url,
                          const QMdnsEngine::Service &svc);
     void dropSelfReply(QNetworkReply *reply, const ResponseBody *body, const QUrl &url,
@@ -80,4 +87,5 @@ private:
     std::unique_ptr<QMdnsEngine::Browser> browser;
     QNetworkAccessManager network;
     bool started = false;
+    RequestGate requests;
 };

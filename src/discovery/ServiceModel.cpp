@@ -40,7 +40,7 @@ int ServiceModel::findService(const QByteArray &name) const
     const auto found =
         std::find_if(services.cbegin(), services.cend(),
                      [&name](const auto &service) { return service.name() == name; });
-    return found == services.cend() ? -1 : int(found - services.cbegin());
+    return found == services.cend() ? -1 : static_cast<int>(found - services.cbegin());
 }
 
 void ServiceModel::onServiceAdded(const QMdnsEngine::Service &service)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "discovery/ServiceMetaType.h"
+
 #include <qmdnsengine/browser.h>
 #include <qmdnsengine/cache.h>
 #include <qmdnsengine/server.h>
@@ -7,9 +9,6 @@
 
 #include <QAbstractListModel>
 #include <QList>
-#include <QMetaType>
-
-Q_DECLARE_METATYPE(QMdnsEngine::Service)
 
 // The services of one type (DNS-SD, RFC 6763) that are announced on the network, a row for each in
 // order of arrival. Browses from construction to destruction.

@@ -2,6 +2,7 @@
 
 #include <QJsonArray>
 #include <QJsonParseError>
+#include <QLoggingCategory>
 
 #include <algorithm>
 #include <cstring>
@@ -11,17 +12,31 @@
 
 namespace {
 
-// The toolkit parses no text that is nested deeper.
+Q_LOGGING_CATEGORY(jsonLog, "nodepatch.json", QtWarningMsg)
+
+// QJsonDocument parses no text that is nested deeper.
 constexpr size_t maximumDepth = 1024;
 
 constexpr int maximumValues = 4000000;
 
 struct Member {
     std::string_view name;
+    const char *begin; // its opening quotation mark
     bool isContainer = false;
 };
 
-bool repeatsContainer(std::vector<Member>::iterator begin, std::vector<Member>::iterator end)
+using Members = std::vector<Member>;
+
+// What has to be done to a text before QJsonDocument may see it.
+struct Repeats {
+    // Behind the quotation marks that open the names of each object with a repeat.
+    std::vector<const char *> nameBegins;
+    // The members that a later one of the same name replaces, each with what separates it from the
+    // next. One may lie inside another.
+    std::vector<std::string_view> replaced;
+};
+
+bool repeatsContainer(Members::iterator begin, Members::iterator end)
 {
     if (std::none_of(begin, end, [](const Member &member) { return member.isContainer; })) {
         return false;
@@ -34,6 +49,29 @@ bool repeatsContainer(std::vector<Member>::iterator begin, std::vector<Member>::
         != end;
 }
 
+// The members are those of one object.
+void addRepeats(Members::iterator begin, Members::iterator end, Repeats *repeats)
+{
+    std::vector<const char *> begins;
+    std::transform(begin, end, std::back_inserter(begins),
+                   [](const Member &member) { return member.begin; });
+    std::sort(begins.begin(), begins.end());
+    for (const char *const at : begins) {
+        repeats->nameBegins.push_back(at + 1);
+    }
+    std::sort(begin, end, [](const Member &a, const Member &b) {
+        return a.name != b.name ? a.name < b.name : a.begin < b.begin;
+    });
+    for (auto member = begin; member + 1 < end; ++member) {
+        if (member->name == (member + 1)->name) {
+            const char *const next =
+                *std::upper_bound(begins.cbegin(), begins.cend(), member->begin);
+            repeats->replaced.emplace_back(member->begin,
+                                           static_cast<size_t>(next - member->begin));
+        }
+    }
+}
+
 // Goes through a text without a care for whether it is JSON: that is for the parser to say.
 class Scanner {
 public:
@@ -43,10 +81,11 @@ public:
     {
     }
 
-    // Whether the parser must not see the text.
-    bool findsHarm()
+    // False when QJsonDocument must not see the text at all. Finds the repeats as far as the text
+    // is nested no deeper than QJsonDocument goes.
+    bool scan(Repeats *found)
     {
-        for (; at < end && levels.size() <= maximumDepth && values <= maximumValues; ++at) {
+        for (; at < end && levels.size() <= maximumDepth && isSound(); ++at) {
             switch (*at) {
             case '"':
                 takeString();
@@ -57,8 +96,8 @@ public:
                 break;
             case '}':
             case ']':
-                if (!levels.empty() && close()) {
-                    return true;
+                if (!levels.empty()) {
+                    close(found);
                 }
                 break;
             case ',':
@@ -69,7 +108,7 @@ public:
                 break;
             }
         }
-        return values > maximumValues;
+        return isSound();
     }
 
 private:
@@ -77,6 +116,11 @@ private:
         bool isObject;
         size_t firstMember;
     };
+
+    bool isSound() const
+    {
+        return values <= maximumValues && !hasBrokenName;
+    }
 
     void takeString()
     {
@@ -92,11 +136,11 @@ private:
         if (nameFollows) {
             nameFollows = false;
             std::string_view name(begin, static_cast<size_t>(at - begin));
+            hasBrokenName = hasBrokenName || name.find('\0') != std::string_view::npos;
             if (name.find('\\') != std::string_view::npos) {
                 name = unescaped(name);
             }
-            // The parser takes names for the same that differ after a null character.
-            members.push_back({name.substr(0, name.find('\0'))});
+            members.push_back({name, begin - 1});
         }
     }
 
@@ -111,8 +155,13 @@ private:
     {
         const QByteArray json =
             "[\"" + QByteArray(name.data(), static_cast<int>(name.size())) + "\"]";
+        const QString text = QJsonDocument::fromJson(json).array().at(0).toString();
+        // Half of a surrogate pair has no UTF-8, and 0xff begins none.
+        const auto *const units = reinterpret_cast<const char *>(text.utf16());
         spelledOut.push_back(
-            QJsonDocument::fromJson(json).array().at(0).toString().toUtf8().toStdString());
+            text.isValidUtf16()
+                ? text.toStdString()
+                : '\xff' + std::string(units, static_cast<size_t>(text.size()) * sizeof(QChar)));
         return spelledOut.back();
     }
 
@@ -127,33 +176,83 @@ private:
         levels.push_back({nameFollows, members.size()});
     }
 
-    bool close()
+    void close(Repeats *found)
     {
         const auto own = members.begin() + static_cast<std::ptrdiff_t>(levels.back().firstMember);
-        const bool repeats = repeatsContainer(own, members.end());
+        if (repeatsContainer(own, members.end())) {
+            addRepeats(own, members.end(), found);
+        }
         members.erase(own, members.end());
         levels.pop_back();
         nameFollows = false;
-        return repeats;
     }
 
     const char *at;
     const char *const end;
     bool nameFollows = false;
+    bool hasBrokenName = false;
     int values = 0; // one for each comma and each object or array
     std::vector<Level> levels;
-    std::vector<Member> members; // of all open objects
+    Members members; // of all open objects
     std::deque<std::string> spelledOut;
 };
+
+bool isJson(const QByteArray &text)
+{
+    QJsonParseError problem;
+    QJsonDocument::fromJson(text, &problem);
+    return problem.error == QJsonParseError::NoError;
+}
+
+// The text with a number before every name of an object with a repeat: JSON when the text is JSON,
+// and free of repeats.
+QByteArray numbered(const QByteArray &text, std::vector<const char *> nameBegins)
+{
+    std::sort(nameBegins.begin(), nameBegins.end());
+    QByteArray result;
+    const char *rest = text.cbegin();
+    int number = 0;
+    for (const char *const name : nameBegins) {
+        result.append(rest, static_cast<int>(name - rest));
+        result.append(QByteArray::number(++number)).append(':');
+        rest = name;
+    }
+    return result.append(rest, static_cast<int>(text.cend() - rest));
+}
+
+QByteArray without(const QByteArray &text, std::vector<std::string_view> pieces)
+{
+    std::sort(pieces.begin(), pieces.end(),
+              [](std::string_view a, std::string_view b) { return a.data() < b.data(); });
+    QByteArray result;
+    const char *rest = text.cbegin();
+    for (const std::string_view piece : pieces) {
+        if (piece.data() >= rest) {
+            result.append(rest, static_cast<int>(piece.data() - rest));
+            rest = piece.data() + piece.size();
+        }
+    }
+    return result.append(rest, static_cast<int>(text.cend() - rest));
+}
 
 } // namespace
 
 QJsonDocument parseJson(const QByteArray &text)
 {
-    if (Scanner(text).findsHarm()) {
+    Repeats repeats;
+    if (!Scanner(text).scan(&repeats)) {
         return {};
     }
+    QByteArray readable = text;
+    if (!repeats.replaced.empty()) {
+        qCInfo(jsonLog) << "A name comes again after an object or array:" << repeats.replaced.size()
+                        << "members are replaced by a later one";
+        if (!isJson(numbered(text, repeats.nameBegins))) {
+            return {};
+        }
+        readable = without(text, repeats.replaced);
+    }
     QJsonParseError problem;
-    const QJsonDocument document = QJsonDocument::fromJson(text, &problem);
+    const QJsonDocument document = QJsonDocument::fromJson(readable, &problem);
     return problem.error == QJsonParseError::NoError ? document : QJsonDocument();
 }

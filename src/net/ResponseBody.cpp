@@ -9,16 +9,28 @@
 
 namespace {
 
-// How much the toolkit may hold before it is taken over: each time costs a large body a turn of the
-// event loop and the thread that reads a pause.
+// How much of a body QNetworkReply may hold before we take it over. Each take-over costs a turn of
+// the event loop, and the reading thread pauses meanwhile.
 constexpr qint64 readAhead = 1024 * 1024;
-// It holds each chunk of a chunked body by itself, and gives them up at a cost that grows with the
-// square of their number: more would hold up the event loop when a peer sends a byte a chunk.
+// QNetworkReply keeps each chunk of a chunked body apart, and handing them over costs the square of
+// their number: with more, a peer that sends one byte a chunk would hold up the event loop.
 constexpr qint64 readAheadInChunks = 64 * 1024;
 
 constexpr int gzipOrZlib = MAX_WBITS + 32;
 // Some servers send "deflate" without its wrapper.
 constexpr int rawDeflate = -MAX_WBITS;
+
+// The Host header for an address with a zone; empty for any other, whose header Qt gets right.
+QByteArray hostWithoutZone(const QUrl &url)
+{
+    const QString host = url.host();
+    const int zone = host.indexOf(QLatin1Char('%'));
+    if (zone < 0 || !host.contains(QLatin1Char(':'))) {
+        return {};
+    }
+    const QByteArray address = '[' + host.left(zone).toLatin1() + ']';
+    return url.port() < 0 ? address : address + ':' + QByteArray::number(url.port());
+}
 
 // Null when the bytes are not in that format or not whole. Stops once there is more than the limit.
 QByteArray inflated(const QByteArray &packed, int format, qint64 limit)
@@ -47,9 +59,16 @@ QByteArray inflated(const QByteArray &packed, int format, qint64 limit)
 
 QNetworkRequest ResponseBody::requestFor(const QUrl &url)
 {
-    QNetworkRequest request(url);
-    // The toolkit's own words; who says them himself unpacks himself.
+    QUrl target = url;
+    target.setUserInfo(QString());
+    QNetworkRequest request(target);
+    // The value that Qt sends by default. Setting it ourselves turns Qt's automatic decompression
+    // off; text() unpacks instead.
     request.setRawHeader("Accept-Encoding", "gzip, deflate");
+    const QByteArray host = hostWithoutZone(target);
+    if (!host.isEmpty()) {
+        request.setRawHeader("Host", host);
+    }
     return request;
 }
 
@@ -97,7 +116,7 @@ void ResponseBody::collect()
         return;
     }
     if (!source->isFinished()) {
-        // Each time wakes the toolkit's thread, which a small body can do without.
+        // Each take-over wakes the network thread, which a small body can do without.
         if (source->bytesAvailable() < source->readBufferSize() / 2) {
             return;
         }
@@ -106,7 +125,10 @@ void ResponseBody::collect()
             source->setReadBufferSize(readAhead);
         }
     }
-    received.append(source->readAll());
+    // An aborted reply is finished and closed: there is nothing to read.
+    if (source->isOpen()) {
+        received.append(source->readAll());
+    }
     if (received.size() > maximum) {
         received.clear();
         reason = QStringLiteral("The response is too large");

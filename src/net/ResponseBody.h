@@ -9,20 +9,23 @@ class QNetworkReply;
 class QUrl;
 
 // Takes the body of a network reply as it arrives, and no more of it than a bound, whatever the
-// peer sends and however fast. Left to itself the toolkit keeps all that comes in. When a peer
-// sends faster than it reads, its thread does not even hear that the reply is aborted; and it
-// unpacks compressed bodies (RFC 9110, section 8.4) before anybody can count them, so that two
-// megabytes on the wire can take two gigabytes of memory.
+// peer sends and however fast. By itself QNetworkAccessManager keeps all that comes in. Its thread
+// does not notice an abort() while a peer sends faster than it reads. And it unpacks compressed
+// bodies (RFC 9110, section 8.4) before anybody can count them: two megabytes on the wire can take
+// two gigabytes of memory.
 //
 // Nothing bounds what comes before a body: a peer that sends header fields without end keeps the
-// thread of the network manager busy.
+// thread of the QNetworkAccessManager busy.
 class ResponseBody final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(ResponseBody)
 
 public:
-    // The request for a reply whose body is to be taken: what the network manager sends by itself
-    // for this URL, but the body is handed over as it was sent.
+    // The request for a reply whose body is to be taken: what QNetworkAccessManager sends by itself
+    // for this URL, but the body is handed over as it was sent; the zone of a link-local address
+    // stays out of the Host header (RFC 6874, section 4); and the URL's user name and password are
+    // dropped. With them, Qt answers the challenges of a peer that never stops asking (Digest with
+    // "stale=true", NTLM) some 2,500 times a second.
     static QNetworkRequest requestFor(const QUrl &url);
 
     // reply: must have been made in this turn of the event loop, from requestFor(). limit: bytes,

@@ -98,8 +98,7 @@ std::optional<milliseconds> IntakeQueue::delayUntilStart(Source source) const
         return busyInterval;
     }
     const milliseconds patience = innermostIsCommand ? commandStalledAfter : stalledAfter;
-    return std::clamp(patience - milliseconds(activity.waitTime), milliseconds::zero(),
-                      busyInterval);
+    return std::clamp(patience - activity.waitTime, milliseconds::zero(), busyInterval);
 }
 
 void IntakeQueue::runLater(milliseconds delay)

@@ -1,6 +1,7 @@
 #include "nmos/NmosClient.h"
 
 #include "net/JsonText.h"
+#include "net/NodeAccess.h"
 #include "nmos/NmosNames.h"
 #include "nmos/NodeRecords.h"
 #include "nmos/RequestUrl.h"
@@ -8,9 +9,13 @@
 
 #include <QDebug>
 #include <QJsonObject>
+#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 
 namespace {
+
+// Quiet unless somebody asks for it: the operator is told of a refusal by a message box.
+Q_LOGGING_CATEGORY(requestLog, "nodepatch.requests", QtWarningMsg)
 
 const QLatin1String noSdp("Failed to fetch Sender SDP.");
 const QLatin1String immediately("activate_immediate");
@@ -38,6 +43,7 @@ NmosClient::NmosClient(QObject *parent)
     : QObject(parent)
     , manager(new QNetworkAccessManager(this))
 {
+    prepareForNodes(*manager);
 }
 
 QJsonArray NmosClient::getJsonArray(const QString &url)
@@ -138,9 +144,23 @@ bool NmosClient::fillDeviceSenders(SenderLookup *sender)
 bool NmosClient::patchStaged(const QString &host, QLatin1String collection, const QString &id,
                              const QJsonObject &body, QString *error)
 {
-    const QUrl url(normalizeUrl(stagedEndpoint(host, collection, id)), QUrl::TolerantMode);
+    const QString endpoint = stagedEndpoint(host, collection, id);
     int status = 0;
-    return syncPatchJson(manager, url, body, &status, error) && isSuccess(status);
+    QString reason = QStringLiteral("The id cannot be part of an address: %1").arg(id);
+    bool isAnswered = false;
+    if (!endpoint.isEmpty()) {
+        reason.clear();
+        const QUrl url(normalizeUrl(endpoint), QUrl::TolerantMode);
+        isAnswered = syncPatchJson(manager, url, body, &status, &reason);
+    }
+    if (isAnswered && isSuccess(status)) {
+        return true;
+    }
+    qCInfo(requestLog) << "PATCH" << endpoint << "status" << status << reason;
+    if (!isAnswered && error) {
+        *error = reason;
+    }
+    return false;
 }
 
 bool NmosClient::fetchSenderSdp(const SenderLookup &sender, QString *sdp)

@@ -12,8 +12,7 @@ class QNetworkAccessManager;
 // v1.1 (Connection API) for what it does with it. Needs Qt Core and Network only.
 //
 // A node is named by its host: the address (IPv4 dotted, IPv6 colon form without brackets, or a
-// name),
-// ':' and the port in decimal, such as 10.0.0.5:80.
+// name), ':' and the port in decimal, such as 10.0.0.5:80.
 //
 // Every operation is synchronous, on the GUI thread, and waits in nested event loops (see
 // SyncHttp.h): while one runs, anything else may run too, except that no more than four requests
@@ -91,10 +90,9 @@ public:
     QList<ReceiverConnection> listReceivers(const QString &host, const QString &nodeName);
     QList<SenderConnection> listSenders(const QString &host, const QString &nodeName);
 
-    // Finds the receiver to patch: the first of the format kind (0 video, 1 audio, 2 data, any
-    // other value video), which must also have the id preferredId when that is not empty. Fills id,
-    // label and host of the record and returns true; returns false, with an empty id, when there is
-    // none. One GET.
+    // Finds the receiver to patch: the first of the format kind (see FormatKind), which must also
+    // have the id preferredId when that is not empty. Fills id, label and host of the record and
+    // returns true; returns false, with an empty id, when there is none. One GET.
     bool findReceiver(const QString &host, int kind, ReceiverLookup *receiver,
                       const QString &preferredId);
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "net/NodeAccess.h"
+
 #include <QString>
 #include <QStringBuilder>
 
@@ -42,11 +44,16 @@ inline QString nodeApi(const QString &host, QLatin1String collection)
 }
 
 // The URL of the staged parameters of a sender or receiver in the Connection API of the node at
-// host.
+// host. The id is a node's text and stays in its segment of the path. Empty for an id that cannot
+// (see pathSegment()).
 inline QString stagedEndpoint(const QString &host, QLatin1String collection, const QString &id)
 {
+    const std::optional<QString> segment = pathSegment(id);
+    if (!segment) {
+        return {};
+    }
     return QLatin1String("http://") % host % QLatin1String("/x-nmos/connection/v1.1/single/")
-        % collection % QLatin1Char('/') % id % QLatin1String("/staged");
+        % collection % QLatin1Char('/') % *segment % QLatin1String("/staged");
 }
 
 // A request is successful when its status is 2xx.

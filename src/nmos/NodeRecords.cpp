@@ -30,9 +30,9 @@ bool isFormat(const QJsonObject &resource, QLatin1String format)
 QLatin1String formatOf(int kind)
 {
     switch (kind) {
-    case 1:
+    case NmosClient::Audio:
         return Format::audio;
-    case 2:
+    case NmosClient::Data:
         return Format::data;
     default:
         return Format::video;

@@ -9,7 +9,7 @@ QString takePort(QString *address)
 {
     const int colon = address->lastIndexOf(QLatin1Char(':'));
     bool isNumber = false;
-    const int port = address->midRef(colon + 1).toInt(&isNumber);
+    const int port = address->mid(colon + 1).toInt(&isNumber);
     if (colon < 0 || !isNumber) {
         return {};
     }

@@ -13,6 +13,6 @@
 // a port. A zone that the text already spells "%25eth0" is taken as it stands.
 QString normalizeUrl(const QString &url);
 
-// What is requested when a text is to be requested: the toolkit's guess at what it means, once it
-// is normalized, as long as that is an http or https URL. Anything else gives an invalid URL.
+// The URL to request for a text that was typed or that a node sent: normalizeUrl(), then
+// QUrl::fromUserInput(). Invalid unless the result is http or https.
 QUrl requestUrl(const QString &text);

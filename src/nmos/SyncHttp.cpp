@@ -107,7 +107,7 @@ RequestActivity requestActivity()
 {
     const qint64 waitTime =
         requestDepth > 0 ? waits.at(static_cast<std::size_t>(requestDepth) - 1).elapsed() : 0;
-    return {requestDepth, waitTime, closing};
+    return {requestDepth, std::chrono::milliseconds(waitTime), closing};
 }
 
 QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *status, QString *error)
@@ -150,10 +150,10 @@ bool syncPatchJson(QNetworkAccessManager *manager, const QUrl &url, const QJsonO
     if (!mayStart(error)) {
         return false;
     }
-    // The toolkit writes header and body apart and leaves Nagle's algorithm on: on a connection
-    // that was used before, the body waits for the peer's delayed acknowledgement, some 40 ms. A
-    // fresh connection is acknowledged at once. Dropping the idle ones would also drop those that
-    // other requests wait on, so it is done only while there is none.
+    // Qt writes header and body separately and leaves Nagle's algorithm on. On a connection that
+    // was used before, the body waits some 40 ms for the peer's delayed acknowledgement; on a fresh
+    // one it is acknowledged at once. Dropping the idle connections also drops those that other
+    // requests wait on, so it is done only while there are none.
     if (requestDepth == 0) {
         manager->clearConnectionCache();
     }

@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include <chrono>
+
 class QJsonObject;
 class QNetworkAccessManager;
 class QUrl;
@@ -24,7 +26,7 @@ constexpr qint64 maximumResponseBody = 64 * 1024 * 1024;
 // What the process's synchronous requests are doing.
 struct RequestActivity {
     int depth; // requests that wait at the moment, 0 to maximumRequestDepth
-    qint64 waitTime; // milliseconds that the innermost of them has waited; 0 when there is none
+    std::chrono::milliseconds waitTime; // of the innermost one; 0 when none waits
     bool closing; // the program is being closed: no request will be sent any more
 };
 RequestActivity requestActivity();

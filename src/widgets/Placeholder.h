@@ -4,7 +4,7 @@
 
 class QLineEdit;
 
-// Gives a line edit its placeholder, in the colour of its disabled text whatever style sheet comes
-// over it: a style sheet of this toolkit knows no colour of its own for placeholders and paints
-// them like text, and an example that looks like an address in place is taken for one.
+// Gives a line edit its placeholder, in the colour of its disabled text under any style sheet. Qt's
+// style sheets have no colour for placeholders and paint them like text, and an example address
+// then looks like one that somebody typed.
 void setMutedPlaceholder(QLineEdit *edit, const QString &placeholder);

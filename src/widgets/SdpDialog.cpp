@@ -10,9 +10,9 @@
 
 namespace {
 
-// Looking for the place to break a line costs the toolkit the square of the length of a text
-// without blanks: 400 KB of it, which a faulty node may well send, froze the window for 7 s. Where
-// lines may break anywhere the cost is linear.
+// The time that QTextEdit takes to break a text without blanks into lines grows with the square of
+// its length: 400 KB, which a faulty node may well send, froze the window for 7 s. It grows in
+// proportion where lines may break anywhere.
 bool hasEndlessWord(const QString &text)
 {
     constexpr int endless = 2000;
@@ -60,9 +60,8 @@ SdpDialog::SdpDialog(const QString &caption, const QString &sdpText, QWidget *pa
 
 void SdpDialog::copyToClipboard()
 {
-    // The view's text, not the one that was passed: an SDP that came with CR LF (RFC 8866 asks for
-    // them, many nodes send LF) leaves here with the one line end that the toolkit's clipboard
-    // uses, which it turns into the platform's own. A CR kept beside it would show up as a stray
-    // character in editors.
+    // The view's text, not the one that was passed: RFC 8866 asks for CR LF, many nodes send LF,
+    // and QTextEdit makes LF of both. QClipboard turns LF into the platform's own line end; a CR
+    // beside it would show up as a stray character in editors.
     QGuiApplication::clipboard()->setText(view->toPlainText(), QClipboard::Clipboard);
 }

@@ -1,30 +1,23 @@
 #pragma once
 
 #include <QStringList>
-#include <QTextStream>
 
 #include <atomic>
 #include <map>
 #include <mutex>
 #include <random>
 
-// Every decision of one step of one side. Made anew for each step, so that what step 1,000 does
-// depends on the seed alone and not on what the steps before it came upon.
+// The random decisions of one step of one side. Each step has dice of its own, so that what step
+// 1,000 does depends on the seed alone and not on how many decisions the steps before it took.
 class Dice {
 public:
-    Dice(quint32 seed, quint32 side, quint32 step)
-    {
-        std::seed_seq sequence{seed, side, step};
-        engine.seed(sequence);
-    }
-    int below(int count)
-    {
-        return count > 0 ? static_cast<int>(engine() % static_cast<quint32>(count)) : 0;
-    }
-    bool oneIn(int count)
-    {
-        return below(count) == 0;
-    }
+    Dice(quint32 seed, quint32 side, quint32 step);
+
+    // A number from 0 to count - 1; 0 when count is not positive.
+    int below(int count);
+    // True once in count times.
+    bool oneIn(int count);
+    // An element of a list, which must not be empty.
     template <typename List>
     auto pick(const List &list)
     {
@@ -35,57 +28,23 @@ private:
     std::mt19937 engine;
 };
 
-// What was done, and how often; and what must not have been. From any thread.
+// Counts what was done, and prints what must not happen. Any thread may call it.
 class Record {
 public:
-    void count(const QString &what)
-    {
-        const std::scoped_lock lock(mutex);
-        ++counts[what];
-        last = what;
-    }
-    void finding(const QString &what)
-    {
-        const std::scoped_lock lock(mutex);
-        if (++findings <= 50) {
-            QTextStream(stdout) << "FINDING: " << what << " (after: " << last << ")\n";
-        }
-    }
-    bool isClean() const
-    {
-        return findings == 0;
-    }
-    void print()
-    {
-        const std::scoped_lock lock(mutex);
-        QTextStream out(stdout);
-        for (const auto &[what, times] : counts) {
-            out << qSetFieldWidth(8) << times << qSetFieldWidth(0) << "  " << what << '\n';
-        }
-        out << qSetFieldWidth(8) << findings << qSetFieldWidth(0) << "  findings\n";
-    }
+    // Counts one more of what was done.
+    void count(const QString &what);
+    // Counts a finding. The first 50 are printed at once, each with what was done last.
+    void finding(const QString &what);
+    bool isClean() const;
+    // Prints how often each thing was done, and the number of findings.
+    void print() const;
 
 private:
-    std::mutex mutex;
+    mutable std::mutex mutex;
     std::map<QString, int> counts;
     QString last;
     std::atomic<int> findings{0};
 };
 
-// Texts that a careless program shows, stores or requests as something else than text.
-inline QStringList hostileTexts()
-{
-    return {QStringLiteral("<b>bold</b><img src=\"file:///etc/hostname\"><a href=\"x\">y</a>"),
-            QStringLiteral("&amp;&lt;%1 %2 %n %s %%"),
-            QStringLiteral("tab\there\nline\r\nend \u0001\u0007\u001b[31m\u007f"),
-            QString(QChar(0)) + QStringLiteral("\u202eleft\u202c\u200b\ufeff e\u0301\u0301 \u00e4"),
-            QString(QChar(0xd800)) + QStringLiteral("half a pair"),
-            QString(5000, QLatin1Char('w')),
-            QStringLiteral("   "),
-            QStringLiteral("\"quoted\\\" (127.0.1.1:80-Output 1)"),
-            QStringLiteral("file:///etc/hostname"),
-            QStringLiteral("user:secret@127.0.0.1"),
-            QStringLiteral("[::1"),
-            QStringLiteral("fe80::1%vx0"),
-            QStringLiteral("127.0.0.1/../x?y#z")};
-}
+// Texts that a careless program shows, stores or requests as something other than text.
+QStringList hostileTexts();

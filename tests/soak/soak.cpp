@@ -1,32 +1,40 @@
-// The program among hostile nodes and under hasty hands, for as long as it is told.
+// Runs the program for some seconds amid nodes that misbehave and under an operator who never
+// rests.
 //
 //   soak [SECONDS [SEED]]
 //
-// What is done, and in which order, depends on the seed alone; when each thing happens does not.
-// The exit status is 1 when there is a finding. To be run in a network of its own:
-// scripts/with-network.
-
-#include "HostilePlant.h"
-#include "Operator.h"
-#include "Watch.h"
+// The seed decides what happens and in which order, but not when. The exit status is 1 when there
+// is a finding. Run it in a network of its own: scripts/with-network.
 
 #include "Application.h"
+#include "HostilePlant.h"
+#include "MainWindow.h"
+#include "Operator.h"
+#include "Side.h"
+#include "Watch.h"
+#include "nmos/SyncHttp.h"
 
+#include <QApplication>
 #include <QDesktopServices>
+#include <QDialog>
+#include <QElapsedTimer>
+#include <QFile>
 #include <QSettings>
 #include <QTcpServer>
 #include <QTemporaryDir>
+#include <QTextStream>
+#include <QTimer>
 
-#include <fcntl.h>
 #include <sys/inotify.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr int sessionSeconds = 45;
-constexpr int longestClosing = 3000; // milliseconds
+constexpr std::chrono::seconds longestClosing{3};
 
-// What nobody is ever asked to touch, though many a node names it: a host, a file, and whatever the
-// desktop would open but the banner's pages.
+// What the program must not touch, though nodes name it: a host that it must not connect to, a file
+// that it must not open, and all addresses but the banner's, which it must not hand to the desktop.
 class Bystanders final : public QObject {
     Q_OBJECT
 
@@ -72,7 +80,7 @@ private:
     const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
 };
 
-// One run of the program, from its start to the closing of its last window.
+// One session of the program, from its start to the closing of its last window.
 void runSession(int seconds, quint32 seed, quint32 *step, const Plant &plant, Record *record)
 {
     QElapsedTimer closing;
@@ -80,7 +88,7 @@ void runSession(int seconds, quint32 seed, quint32 *step, const Plant &plant, Re
         MainWindow window;
         window.show();
         Operator hands(seed, step, &window, plant, record);
-        QTimer::singleShot(seconds * 1000, &hands, [&closing, &hands, record] {
+        QTimer::singleShot(std::chrono::seconds(seconds), &hands, [&closing, &hands, record] {
             closing.start();
             hands.leave();
             QTimer::singleShot(longestClosing, &hands, [record] {
@@ -118,7 +126,7 @@ int main(int argc, char **argv)
     Application::setAppearance();
     Application::endWithLastWindow();
     Plant::raiseFileLimit();
-    // Thousands of lines on what the nodes do.
+    // The program logs thousands of warnings about these nodes.
     qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
         if (type == QtCriticalMsg || type == QtFatalMsg) {
             QTextStream(stderr) << text << '\n';

@@ -9,7 +9,7 @@
 
 #include <functional>
 
-// What a message box showed.
+// A message box that was shown.
 struct ShownBox {
     QString title;
     QString text;
@@ -23,9 +23,9 @@ struct ShownBox {
 
 Q_DECLARE_METATYPE(ShownBox)
 
-// Stands in for the operator while modal windows come up: records every message box and closes it
-// with its first button, and hands any other dialog to the given function. A box that nobody
-// asks for with take() fails the test.
+// Answers modal windows in place of the operator. Records each message box and presses its first
+// button; hands any other dialog to answer(), or rejects it when there is no such function. A box
+// that the test did not take() fails the test, and so does a box whose text is not plain text.
 class Boxes final : public QObject {
 public:
     explicit Boxes(std::function<void(QDialog *)> answer = {})
@@ -44,13 +44,16 @@ public:
         }
     }
 
-    // The boxes since the last call, oldest first.
+    // The boxes that were shown since the last call, oldest first.
     QList<ShownBox> take()
     {
         QList<ShownBox> taken;
         taken.swap(shown);
         return taken;
     }
+
+    // Looks at a message box before it is closed.
+    std::function<void(QMessageBox *)> inspect;
 
 private:
     void look()
@@ -62,6 +65,9 @@ private:
                              __LINE__);
             }
             shown.append({box->windowTitle(), box->text(), box->icon()});
+            if (inspect) {
+                inspect(box);
+            }
             box->buttons().constFirst()->click();
         } else if (auto *dialog = qobject_cast<QDialog *>(modal)) {
             if (answerDialog) {
@@ -77,7 +83,7 @@ private:
     QTimer timer;
 };
 
-// For QCOMPARE to tell what it found.
+// Lets QCOMPARE print boxes that differ.
 inline char *toString(const ShownBox &box)
 {
     return QTest::toString(box.title + QStringLiteral(" / ") + box.text + QStringLiteral(" / icon ")

@@ -3,14 +3,16 @@
 #include <QByteArray>
 #include <QByteArrayList>
 #include <QHostAddress>
+#include <QNetworkDatagram>
 #include <QNetworkInterface>
 #include <QUdpSocket>
 #include <QtEndian>
 
 #include <map>
+#include <memory>
 
-// Multicast DNS responses byte by byte (RFC 1035, RFC 6762), so that a test decides what stands in
-// which packet, and a sender that puts packets on the links of the test network.
+// Multicast DNS responses that a test builds byte by byte (RFC 1035, RFC 6762), and a sender that
+// puts them on the links of the test network.
 namespace Mdns {
 
 inline QByteArray bigEndian(quint32 number, int bytes)
@@ -22,10 +24,10 @@ inline QByteArray bigEndian(quint32 number, int bytes)
 
 inline QByteArray label(const QByteArray &text)
 {
-    return bigEndian(quint32(text.size()), 1) + text;
+    return bigEndian(static_cast<quint32>(text.size()), 1) + text;
 }
 
-// "cam1.local" in wire form; an instance name goes in front as a label of its own.
+// "cam1.local" in wire form. An instance name may hold dots: put label(instance) before name(type).
 inline QByteArray name(const QByteArray &dotted)
 {
     QByteArray wire;
@@ -36,29 +38,42 @@ inline QByteArray name(const QByteArray &dotted)
     return wire + '\0';
 }
 
-enum Type { A = 1, CName = 5, Ptr = 12, Txt = 16, Aaaa = 28, Srv = 33 };
+enum Type { A = 1, CName = 5, Ptr = 12, Txt = 16, Aaaa = 28, Srv = 33, Svcb = 64 };
+
+// In a question of the class "Internet": the answer may come to the asker alone.
+constexpr quint32 internet = 1;
+constexpr quint32 answeredToAsker = 0x8001;
+
+inline QByteArray question(const QByteArray &owner, Type type, quint32 questionClass = internet)
+{
+    return owner + bigEndian(type, 2) + bigEndian(questionClass, 2);
+}
 
 constexpr quint32 hour = 3600;
 constexpr quint32 goodbye = 0;
 
+// A response. Each call adds an answer; owner is a name in wire form, ttl is in seconds.
 class Packet {
 public:
-    // Records that belong to one host replace what was known of it; pointers are shared by many.
+    // Sets the cache-flush bit on all types but PTR: those records belong to one host and replace
+    // what was known of it, while several hosts share a PTR record (RFC 6762, 10.2).
     Packet &add(const QByteArray &owner, Type type, const QByteArray &data, quint32 ttl = hour)
     {
         const quint32 recordClass = type == Ptr ? 1 : 0x8001;
         records += owner + bigEndian(type, 2) + bigEndian(recordClass, 2) + bigEndian(ttl, 4)
-            + bigEndian(quint32(data.size()), 2) + data;
+            + bigEndian(static_cast<quint32>(data.size()), 2) + data;
         ++count;
         return *this;
     }
 
+    // An SRV record. host is dotted.
     Packet &target(const QByteArray &owner, const QByteArray &host, quint16 port,
-                   quint32 ttl = hour)
+                   quint32 ttl = hour, quint16 weight = 0)
     {
-        return add(owner, Srv, QByteArray(4, '\0') + bigEndian(port, 2) + name(host), ttl);
+        return add(owner, Srv, bigEndian(weight, 4) + bigEndian(port, 2) + name(host), ttl);
     }
 
+    // A TXT record; without strings it holds one empty string (RFC 6763, 6.1).
     Packet &text(const QByteArray &owner, const QByteArrayList &strings, quint32 ttl = hour)
     {
         QByteArray data;
@@ -68,6 +83,7 @@ public:
         return add(owner, Txt, data.isEmpty() ? QByteArray(1, '\0') : data, ttl);
     }
 
+    // An A or AAAA record for text, an IP address. host is dotted.
     Packet &address(const QByteArray &host, const QString &text, quint32 ttl = hour)
     {
         const QHostAddress ip(text);
@@ -78,6 +94,7 @@ public:
         return add(name(host), Aaaa, QByteArray(reinterpret_cast<const char *>(&raw), 16), ttl);
     }
 
+    // Adds the answers of another packet.
     Packet &with(const Packet &other)
     {
         records += other.records;
@@ -95,26 +112,74 @@ private:
     quint32 count = 0;
 };
 
+inline QHostAddress group(QAbstractSocket::NetworkLayerProtocol protocol)
+{
+    return QHostAddress(
+        QLatin1String(protocol == QAbstractSocket::IPv4Protocol ? "224.0.0.251" : "ff02::fb"));
+}
+
+inline std::unique_ptr<QUdpSocket> boundSocket(QAbstractSocket::NetworkLayerProtocol protocol)
+{
+    auto socket = std::make_unique<QUdpSocket>();
+    socket->bind(protocol == QAbstractSocket::IPv4Protocol ? QHostAddress::AnyIPv4
+                                                           : QHostAddress::AnyIPv6,
+                 5353, QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
+    return socket;
+}
+
+// Hears what is asked on every link over one IP version.
+class Listener {
+public:
+    explicit Listener(
+        QAbstractSocket::NetworkLayerProtocol protocol = QAbstractSocket::IPv4Protocol)
+        : socket(boundSocket(protocol))
+    {
+        const auto links = QNetworkInterface::allInterfaces();
+        for (const QNetworkInterface &link : links) {
+            socket->joinMulticastGroup(group(protocol), link);
+        }
+    }
+
+    // The addresses that sent queries with these bytes in them so far, in order.
+    QStringList askers(const QByteArray &question)
+    {
+        while (socket->hasPendingDatagrams()) {
+            heard += socket->receiveDatagram();
+        }
+        QStringList addresses;
+        for (const QNetworkDatagram &datagram : qAsConst(heard)) {
+            const QByteArray packet = datagram.data();
+            if (packet.size() > 2 && (packet.at(2) & 0x80) == 0 && packet.contains(question)) {
+                addresses += datagram.senderAddress().toString();
+            }
+        }
+        return addresses;
+    }
+
+private:
+    std::unique_ptr<QUdpSocket> socket;
+    QList<QNetworkDatagram> heard;
+};
+
 class Sender {
 public:
-    // protocol is the IP version to send over, link the interface to send from.
+    // Sends a packet to the multicast DNS group. protocol is the IP version to send over, link the
+    // interface to send from. False when the system refused.
     bool send(const QByteArray &packet, const QString &link = QStringLiteral("vx0"),
               QAbstractSocket::NetworkLayerProtocol protocol = QAbstractSocket::IPv4Protocol)
     {
         const bool ip4 = protocol == QAbstractSocket::IPv4Protocol;
-        QHostAddress group(QLatin1String(ip4 ? "224.0.0.251" : "ff02::fb"));
+        QHostAddress everybody = group(protocol);
         auto &socket = sockets[{link, protocol}];
         if (!socket) {
-            socket = std::make_unique<QUdpSocket>();
-            socket->bind(ip4 ? QHostAddress::AnyIPv4 : QHostAddress::AnyIPv6, 5353,
-                         QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
+            socket = boundSocket(protocol);
             socket->setMulticastInterface(QNetworkInterface::interfaceFromName(link));
             socket->setSocketOption(QAbstractSocket::MulticastTtlOption, 255);
         }
         if (!ip4) {
-            group.setScopeId(link);
+            everybody.setScopeId(link);
         }
-        return socket->writeDatagram(packet, group, 5353) == packet.size();
+        return socket->writeDatagram(packet, everybody, 5353) == packet.size();
     }
 
 private:

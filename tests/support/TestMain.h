@@ -5,8 +5,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-// The main function of a test program: a QApplication that needs no display, and a home of its own,
-// so that settings and caches of the person who runs the tests are neither read nor changed.
+// Runs a test with a QApplication that needs no display and with a temporary home directory, so
+// that the tests neither read nor change the settings and caches of the person who runs them.
 template <typename Test>
 int runTest(int argc, char **argv)
 {

@@ -15,7 +15,7 @@ struct ShownWindow {
     MainWindow window;
 };
 
-// A shown main window and the hands on it.
+// A main window that is shown, and the driver that operates it.
 struct Window : ShownWindow, WindowDriver {
     Window()
         : WindowDriver(&window)
@@ -23,7 +23,7 @@ struct Window : ShownWindow, WindowDriver {
     }
 };
 
-// The program's settings, in the test's own home.
+// The program's settings, in the test's temporary home.
 inline QSettings settings()
 {
     return QSettings(Identity::organisation(), Identity::application());

@@ -22,6 +22,9 @@ struct AvahiWatch final : QObject {
         , readable(fd, QSocketNotifier::Read)
         , writable(fd, QSocketNotifier::Write)
     {
+        if (guarded) {
+            PacketGuard::makeRoom(fd);
+        }
         connect(&readable, &QSocketNotifier::activated, this, [this] { activate(AVAHI_WATCH_IN); });
         connect(&writable, &QSocketNotifier::activated, this,
                 [this] { activate(AVAHI_WATCH_OUT); });
@@ -51,7 +54,7 @@ struct AvahiWatch final : QObject {
         if (callback) {
             happened = event;
             callback(this, fd, event, userdata);
-            happened = AvahiWatchEvent(0);
+            happened = static_cast<AvahiWatchEvent>(0);
         }
     }
 
@@ -61,7 +64,7 @@ struct AvahiWatch final : QObject {
     AvahiWatchCallback callback;
     void *userdata;
     bool guarded;
-    AvahiWatchEvent happened = AvahiWatchEvent(0);
+    AvahiWatchEvent happened = static_cast<AvahiWatchEvent>(0);
     QSocketNotifier readable;
     QSocketNotifier writable;
 };
@@ -74,22 +77,39 @@ struct AvahiTimeout final : QObject {
     {
         timer.setSingleShot(true);
         timer.setTimerType(Qt::PreciseTimer);
-        connect(&timer, &QTimer::timeout, this, [this] { callback(this, userdata); });
+        connect(&timer, &QTimer::timeout, this, &AvahiTimeout::workOff);
     }
 
     void schedule(const timeval *when)
     {
-        if (!when) {
+        armed = when != nullptr;
+        if (!armed) {
             timer.stop();
             return;
         }
+        due = *when;
         // Rounded up: Avahi takes a wake-up before its time for nothing and asks for another one.
-        const AvahiUsec left = (-avahi_age(when) + 999) / 1000;
-        timer.start(int(qBound<AvahiUsec>(0, left, std::numeric_limits<int>::max())));
+        const qint64 left = (-qint64{avahi_age(when)} + 999) / 1000;
+        const qint64 longest = std::numeric_limits<int>::max();
+        timer.start(static_cast<int>(qBound(qint64{0}, left, longest)));
     }
+
+    // A call works off one of the events that Avahi has waiting, and each record that is heard
+    // brings one. One a turn of the event loop, beside a whole batch of packets, would let them
+    // pile up, and Avahi compares each record that it hears with all that it keeps until then.
+    void workOff()
+    {
+        for (int i = 0; i < eventsPerTurn && armed && avahi_age(&due) >= 0; ++i) {
+            callback(this, userdata);
+        }
+    }
+
+    static constexpr int eventsPerTurn = 4096;
 
     AvahiTimeoutCallback callback;
     void *userdata;
+    bool armed = false;
+    timeval due{};
     QTimer timer;
 };
 
@@ -116,7 +136,7 @@ AvahiWatchEvent watchEvents(AvahiWatch *watch)
 
 void freeWatch(AvahiWatch *watch)
 {
-    watch->listen(AvahiWatchEvent(0));
+    watch->listen(static_cast<AvahiWatchEvent>(0));
     watch->callback = nullptr;
     watch->deleteLater();
 }
@@ -137,7 +157,7 @@ void updateTimeout(AvahiTimeout *timeout, const timeval *when)
 
 void freeTimeout(AvahiTimeout *timeout)
 {
-    timeout->timer.stop();
+    timeout->schedule(nullptr);
     timeout->deleteLater();
 }
 

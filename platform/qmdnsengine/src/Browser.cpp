@@ -4,19 +4,20 @@
 #include "ServerPrivate.h"
 
 #include <avahi-common/domain.h>
+#include <avahi-core/rr.h>
 
 #include <QQueue>
 #include <QSet>
-#include <QVector>
+#include <QTimer>
 
+#include <algorithm>
+#include <chrono>
 #include <map>
+#include <vector>
 
 namespace QMdnsEngine {
 
 namespace {
-
-using Attributes = QMap<QByteArray, QByteArray>;
-using Target = QPair<QByteArray, quint16>;
 
 const char browseAll[] = "_services._dns-sd._udp.local.";
 
@@ -24,31 +25,80 @@ const char browseAll[] = "_services._dns-sd._udp.local.";
 constexpr size_t typeLimit = 1000;
 constexpr int typeLength = 255; // RFC 1035, section 2.3.4
 
-// What the links say about one thing. While a change goes through the network they disagree: the
-// latest word counts, and when it is taken back, the one before.
-template <typename Value>
-struct Claims {
-    void take(RecordLookup::Event event, Link link, const Value &value)
+// Avahi asks for a type after 1, 3, 7, ... seconds, in the end once an hour. A node that only
+// answers, behind a switch port that opens late, is to be found sooner.
+constexpr std::chrono::minutes askAgainAfter{1};
+// Within this time the question is sent, and before a second is over Avahi would repeat it.
+constexpr std::chrono::milliseconds askAgainFor{500};
+// A question whose answer may come to the asker alone (RFC 6762, section 5.4), which spares the
+// others on the network the answers of all the nodes that are known. To Avahi it is another
+// question than the one it asks ever more rarely: one that is dropped and begun anew goes on as it
+// was.
+constexpr quint16 answeredToAsker = AVAHI_DNS_CLASS_IN | 0x8000;
+
+// What the links say about one thing, record by record. While a change goes through the network
+// they disagree: the latest word counts, and when it is taken back, the one before.
+class Claims {
+public:
+    void take(RecordLookup::Event event, Link link, AvahiRecord *record)
     {
-        claims.removeAll(qMakePair(link, value));
+        forget([link, record](const Claim &claim) {
+            return claim.link == link && avahi_record_equal_no_ttl(claim.record.get(), record) != 0;
+        });
         if (event == RecordLookup::Event::Found) {
-            claims.append(qMakePair(link, value));
+            claims.push_back({link, {avahi_record_ref(record), avahi_record_unref}});
         }
     }
 
-    QVector<QPair<Link, Value>> claims;
+    void forget(Link link)
+    {
+        forget([link](const Claim &claim) { return claim.link == link; });
+    }
+
+    bool isEmpty() const
+    {
+        return claims.empty();
+    }
+    Link link() const
+    {
+        return claims.back().link;
+    }
+    const AvahiRecord *record() const
+    {
+        return claims.back().record.get();
+    }
+
+private:
+    struct Claim {
+        Link link;
+        std::shared_ptr<AvahiRecord> record;
+    };
+
+    template <typename Condition>
+    void forget(Condition condition)
+    {
+        claims.erase(std::remove_if(claims.begin(), claims.end(), condition), claims.end());
+    }
+
+    std::vector<Claim> claims;
+};
+
+// An instance on a link where a pointer to it is seen. It is asked for on no other.
+struct Sighting {
+    QSet<QByteArray> pointers; // the types and subtypes it is listed under
+    bool textRead = false; // the attributes that came with the first answer are in
+    std::unique_ptr<RecordLookup> targetLookup;
+    std::unique_ptr<RecordLookup> textLookup;
 };
 
 struct Instance {
+    QByteArray name; // as Avahi writes it, with the trailing dot
     Service service; // as last reported; before that only name and type
     bool reported = false;
     bool unsettled = false; // waits for its turn in the queue
-    bool textRead = false; // the attributes that came with the first answer are in
-    QSet<QPair<Link, QByteArray>> pointers; // where one is seen, and under which type or subtype
-    Claims<Target> targets;
-    Claims<Attributes> texts;
-    std::unique_ptr<RecordLookup> targetLookup;
-    std::unique_ptr<RecordLookup> textLookup;
+    std::map<Link, Sighting> sightings;
+    Claims targets;
+    Claims texts;
 };
 
 } // namespace
@@ -68,20 +118,26 @@ public:
         if (type.startsWith('_') && type.size() <= typeLength) {
             browse(type, type.toLower() == browseAll);
         }
+        auto *const minute = new QTimer(q);
+        QObject::connect(minute, &QTimer::timeout, q, [this] { askAgain(); });
+        minute->start(askAgainAfter);
     }
 
 private:
     using Event = RecordLookup::Event;
 
     void browse(const QByteArray &type, bool forTypes);
-    void onPointer(Event event, const QPair<Link, QByteArray> &pointer, const QByteArray &name);
-    void watch(const QByteArray &key, Instance &instance, const QByteArray &name);
+    void askAgain();
+    void onPointer(Event event, Link link, const QByteArray &type, const QByteArray &name);
+    void watch(const QByteArray &key, Instance &instance, Link link);
     void touch(const QByteArray &key, Instance &instance);
     void settle(const QByteArray &key);
+    static void dropUnseen(Instance &instance);
 
     Browser *q;
     std::shared_ptr<ServerPrivate> server;
     std::map<QByteArray, std::unique_ptr<RecordLookup>> types;
+    std::vector<std::unique_ptr<RecordLookup>> askedAgain;
     std::map<QByteArray, Instance> instances; // by full name, escaped and in lower case
     QQueue<QByteArray> unsettled;
 };
@@ -94,20 +150,31 @@ void BrowserPrivate::browse(const QByteArray &type, bool forTypes)
     }
     // A type is never dropped: when one node says goodbye to it, others may still offer it.
     types[key] = std::make_unique<RecordLookup>(
-        server, type, AVAHI_DNS_TYPE_PTR,
+        server, Question{type, AVAHI_DNS_TYPE_PTR},
         [this, key, forTypes](Event event, Link link, const AvahiRecord *record) {
             if (!record) {
                 return;
             }
             if (!forTypes) {
-                onPointer(event, {link, key}, record->data.ptr.name);
+                onPointer(event, link, key, record->data.ptr.name);
             } else if (event == Event::Found) {
                 browse(shownName(record->data.ptr.name), false);
             }
         });
 }
 
-void BrowserPrivate::onPointer(Event event, const QPair<Link, QByteArray> &pointer,
+// The answers come to the lookups of the types: Avahi hands a record to all who want it.
+void BrowserPrivate::askAgain()
+{
+    for (const auto &type : types) {
+        askedAgain.push_back(std::make_unique<RecordLookup>(
+            server, Question{type.first, AVAHI_DNS_TYPE_PTR, everyLink, answeredToAsker},
+            [](Event, Link, const AvahiRecord *) {}));
+    }
+    QTimer::singleShot(askAgainFor, q, [this] { askedAgain.clear(); });
+}
+
+void BrowserPrivate::onPointer(Event event, Link link, const QByteArray &type,
                                const QByteArray &name)
 {
     const QByteArray key = name.toLower();
@@ -119,36 +186,41 @@ void BrowserPrivate::onPointer(Event event, const QPair<Link, QByteArray> &point
             return;
         }
         found = instances.emplace(key, Instance()).first;
+        found->second.name = name + '.';
         found->second.service.setName(label);
         found->second.service.setType(shownName(rest));
-        watch(key, found->second, name + '.');
     }
+    Instance &instance = found->second;
     if (event == Event::Found) {
-        found->second.pointers.insert(pointer);
-    } else {
-        found->second.pointers.remove(pointer);
+        const bool isNew = instance.sightings.count(link) == 0;
+        instance.sightings[link].pointers.insert(type);
+        if (isNew) {
+            watch(key, instance, link);
+        }
+    } else if (instance.sightings.count(link) > 0) {
+        instance.sightings[link].pointers.remove(type);
     }
-    touch(key, found->second);
+    touch(key, instance);
 }
 
-void BrowserPrivate::watch(const QByteArray &key, Instance &instance, const QByteArray &name)
+void BrowserPrivate::watch(const QByteArray &key, Instance &instance, Link link)
 {
-    instance.targetLookup = std::make_unique<RecordLookup>(
-        server, name, AVAHI_DNS_TYPE_SRV,
-        [this, key, &instance](Event event, Link link, const AvahiRecord *record) {
+    Sighting &sighting = instance.sightings[link];
+    sighting.targetLookup = std::make_unique<RecordLookup>(
+        server, Question{instance.name, AVAHI_DNS_TYPE_SRV, link},
+        [this, key, &instance](Event event, Link where, AvahiRecord *record) {
             if (record) {
-                const auto &srv = record->data.srv;
-                instance.targets.take(event, link, {shownName(srv.name), srv.port});
+                instance.targets.take(event, where, record);
                 touch(key, instance);
             }
         });
-    instance.textLookup = std::make_unique<RecordLookup>(
-        server, name, AVAHI_DNS_TYPE_TXT,
-        [this, key, &instance](Event event, Link link, const AvahiRecord *record) {
+    sighting.textLookup = std::make_unique<RecordLookup>(
+        server, Question{instance.name, AVAHI_DNS_TYPE_TXT, link},
+        [this, key, &instance, &sighting](Event event, Link where, AvahiRecord *record) {
             if (record) {
-                instance.texts.take(event, link, attributesOf(record->data.txt.string_list));
+                instance.texts.take(event, where, record);
             } else {
-                instance.textRead = true;
+                sighting.textRead = true;
             }
             touch(key, instance);
         });
@@ -164,6 +236,20 @@ void BrowserPrivate::touch(const QByteArray &key, Instance &instance)
     }
 }
 
+// Forgets the links where no pointer is seen any more.
+void BrowserPrivate::dropUnseen(Instance &instance)
+{
+    for (auto it = instance.sightings.begin(); it != instance.sightings.end();) {
+        if (it->second.pointers.isEmpty()) {
+            instance.targets.forget(it->first);
+            instance.texts.forget(it->first);
+            it = instance.sightings.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
+
 void BrowserPrivate::settle(const QByteArray &key)
 {
     Instance &instance = instances[key];
@@ -171,10 +257,11 @@ void BrowserPrivate::settle(const QByteArray &key)
     if (!server->avahi) {
         return;
     }
+    dropUnseen(instance);
     const bool known = instance.reported;
-    const bool seen = !instance.pointers.isEmpty();
+    const bool seen = !instance.sightings.empty();
     Service service = instance.service;
-    if (!seen || instance.targets.claims.isEmpty()) {
+    if (!seen || instance.targets.isEmpty()) {
         instance.reported = false;
         instance.service.setAttributes({});
         if (!seen) {
@@ -185,16 +272,17 @@ void BrowserPrivate::settle(const QByteArray &key)
         }
         return;
     }
-    service.setHostname(instance.targets.claims.constLast().second.first);
-    service.setPort(instance.targets.claims.constLast().second.second);
+    const auto &target = instance.targets.record()->data.srv;
+    service.setHostname(shownName(target.name));
+    service.setPort(target.port);
     // Without a record the last attributes stay: it is a node on its way out, not a change.
-    if (!instance.texts.claims.isEmpty()) {
-        service.setAttributes(instance.texts.claims.constLast().second);
+    if (!instance.texts.isEmpty()) {
+        service.setAttributes(attributesOf(instance.texts.record()->data.txt.string_list));
     }
     if (known && service != instance.service) {
         instance.service = service;
         emit q->serviceUpdated(service);
-    } else if (!known && instance.textRead) {
+    } else if (!known && instance.sightings[instance.targets.link()].textRead) {
         instance.service = service;
         instance.reported = true;
         emit q->serviceAdded(service);

@@ -100,6 +100,15 @@ bool PacketGuard::isNameServiceSocket(int fd)
         && (domain == AF_INET || domain == AF_INET6);
 }
 
+void PacketGuard::makeRoom(int fd)
+{
+    const int bytes = 1024 * 1024;
+    // Beyond the system's limit where the process may, else up to it.
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    }
+}
+
 bool PacketGuard::admitNext(int fd)
 {
     // As large as a datagram can be.

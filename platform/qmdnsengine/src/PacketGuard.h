@@ -16,6 +16,10 @@ bool isHarmful(const uchar *data, qint64 size);
 // Whether fd is a UDP socket, the kind that is to be guarded.
 bool isNameServiceSocket(int fd);
 
+// Gives the socket room for what a whole plant sends at once, as far as the system grants it: some
+// thousand datagrams rather than some hundred.
+void makeRoom(int fd);
+
 // Takes harmful datagrams away from the head of the socket's queue. Returns whether a harmless one
 // is there to be read now.
 bool admitNext(int fd);

@@ -16,20 +16,22 @@ bool isWellFormed(const QByteArray &name)
 
 } // namespace
 
-RecordLookup::RecordLookup(std::shared_ptr<ServerPrivate> onServer, const QByteArray &name,
-                           quint16 type, Handler eventHandler)
+RecordLookup::RecordLookup(std::shared_ptr<ServerPrivate> onServer, const Question &question,
+                           Handler eventHandler)
     : server(std::move(onServer))
     , handler(std::move(eventHandler))
 {
-    if (!server || !server->avahi || !isWellFormed(name)) {
+    if (!server || !server->avahi || !isWellFormed(question.name)) {
         return;
     }
-    AvahiKey *const key = avahi_key_new(name.constData(), AVAHI_DNS_CLASS_IN, type);
+    AvahiKey *const key =
+        avahi_key_new(question.name.constData(), question.recordClass, question.type);
     if (!key) {
         return;
     }
-    records = avahi_s_record_browser_new(server->avahi, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, key,
-                                         AVAHI_LOOKUP_USE_MULTICAST, &RecordLookup::onEvent, this);
+    records =
+        avahi_s_record_browser_new(server->avahi, question.link.first, question.link.second, key,
+                                   AVAHI_LOOKUP_USE_MULTICAST, &RecordLookup::onEvent, this);
     avahi_key_unref(key);
     if (records) {
         server->lookups.insert(this);
@@ -89,7 +91,8 @@ QMap<QByteArray, QByteArray> attributesOf(const AvahiStringList *strings)
 {
     QMap<QByteArray, QByteArray> attributes;
     for (; strings; strings = strings->next) {
-        const QByteArray text(reinterpret_cast<const char *>(strings->text), int(strings->size));
+        const QByteArray text(reinterpret_cast<const char *>(strings->text),
+                              static_cast<int>(strings->size));
         const int equals = text.indexOf('=');
         const QByteArray key = equals < 0 ? text : text.left(equals);
         if (!key.isEmpty()) {

@@ -17,6 +17,16 @@ class ServerPrivate;
 // An interface and an IP version: each record is cached for each of them.
 using Link = QPair<int, int>;
 
+const Link everyLink{AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC};
+
+// What is asked for on which link.
+struct Question {
+    QByteArray name; // with the trailing dot
+    quint16 type = 0;
+    Link link = everyLink;
+    quint16 recordClass = AVAHI_DNS_CLASS_IN;
+};
+
 // A continuous query for the records of one name and type. It ends with its server, at the latest.
 class RecordLookup final {
     Q_DISABLE_COPY_MOVE(RecordLookup)
@@ -29,11 +39,10 @@ public:
     };
     // Called by the event loop while Avahi works: it may start lookups, but not end any, and must
     // not run code that could destroy a server. The record is null for CacheRead.
-    using Handler = std::function<void(Event, Link, const AvahiRecord *)>;
+    using Handler = std::function<void(Event, Link, AvahiRecord *)>;
 
     // A name that is malformed, or a server that is null or closed, gives a lookup without events.
-    RecordLookup(std::shared_ptr<ServerPrivate> server, const QByteArray &name, quint16 type,
-                 Handler handler);
+    RecordLookup(std::shared_ptr<ServerPrivate> server, const Question &question, Handler handler);
     ~RecordLookup();
 
     // Has no more events.

@@ -22,8 +22,8 @@ public:
                     const QByteArray &name)
         : q(resolver)
         , server(std::move(onServer))
-        , ip4(server, name, AVAHI_DNS_TYPE_A, handler())
-        , ip6(server, name, AVAHI_DNS_TYPE_AAAA, handler())
+        , ip4(server, {name, AVAHI_DNS_TYPE_A}, handler())
+        , ip6(server, {name, AVAHI_DNS_TYPE_AAAA}, handler())
     {
     }
 
@@ -42,7 +42,7 @@ private:
 
 RecordLookup::Handler ResolverPrivate::handler()
 {
-    return [this](RecordLookup::Event event, Link link, const AvahiRecord *record) {
+    return [this](RecordLookup::Event event, Link link, AvahiRecord *record) {
         if (event != RecordLookup::Event::Found) {
             return;
         }

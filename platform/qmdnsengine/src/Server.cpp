@@ -49,6 +49,9 @@ ServerPrivate::ServerPrivate()
     config.publish_domain = 0;
     config.enable_wide_area = 0;
     config.disallow_other_stacks = 0;
+    // A link without its cable is gone, also where its addresses stay: it is asked anew when it is
+    // back.
+    config.use_iff_running = 1;
     config.n_cache_entries_max = cacheLimit;
     int error = AVAHI_OK;
     avahi = avahi_server_new(poll.api(), &config, nullptr, nullptr, &error);

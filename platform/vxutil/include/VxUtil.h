@@ -29,8 +29,9 @@ enum {
     /* The feed's server answered, but with an HTTP status outside 200 to 299; also a redirect that
      * is not followed. */
     VXUTIL_REFUSED = -2,
-    /* The answer is not a release feed: larger than 64 KiB, not JSON, a member of the wrong type, a
-     * version that is no version number, an address that is not an http or https one. */
+    /* The answer is not a release feed: larger than 64 KiB with its head, not JSON, a member of the
+     * wrong type, a version that is no version number, an address that is not an http or https
+     * one. */
     VXUTIL_BAD_FEED = -3,
     /* The call itself is wrong: no application object exists, or the application key is null. */
     VXUTIL_BAD_CALL = -4
@@ -60,8 +61,9 @@ extern "C" {
  * queue; timers and sockets of the calling thread are served. Call it on the thread of the
  * QCoreApplication, which need not be running its own loop yet, and not from inside itself.
  *
- * The feed is fetched with one HTTP GET that says nothing about who asks: neither key nor version
- * are sent. It is a JSON object with a member for each application key:
+ * The feed is fetched with one HTTP GET, through the system's proxy where there is one. The request
+ * says nothing about who asks: neither key nor version are sent. The feed is a JSON object with a
+ * member for each application key:
  *
  *     {
  *         "velmoranodepatch": {

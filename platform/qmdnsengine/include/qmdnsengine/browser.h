@@ -12,7 +12,10 @@ class AbstractServer;
 class BrowserPrivate;
 class Cache;
 
-// Finds the services of one type (RFC 6763, section 4).
+// Finds the services of one type (RFC 6763, section 4): asks when it is made and when a link comes
+// up, ever more rarely afterwards, but at least once a minute. What is known already is not
+// reported again for an answer to that. Host name, port and attributes of a service are asked for
+// on the links where it is seen.
 //
 // A service that is seen on several interfaces, or over IPv4 and IPv6, is one service. All signals
 // come from the event loop, never from inside the constructor, also for what the server knows

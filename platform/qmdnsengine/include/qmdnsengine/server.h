@@ -13,7 +13,13 @@ class ServerPrivate;
 // nothing.
 //
 // The sockets are open when the constructor returns and closed by the destructor. A server that
-// cannot open them emits error once and stays silent. Interfaces that come and go are followed.
+// cannot open them emits error once and stays silent. Interfaces that come and go are followed, and
+// so are their links: what was heard on an interface is forgotten when its cable is pulled, and
+// asked for again when it is back.
+//
+// What is not heard: a response that repeats a question or has authority records, an alias record
+// (CNAME) anywhere, or a part that cannot be read is dropped as a whole. A name that is not UTF-8
+// or holds a NUL byte is never reported.
 //
 // Everything runs on the event loop of the thread that makes the server; browsers and resolvers
 // belong on that thread, too. They may outlive the server: they are quiet from then on.

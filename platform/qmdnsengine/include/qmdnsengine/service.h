@@ -6,7 +6,8 @@
 namespace QMdnsEngine {
 
 // One service instance as DNS-SD (RFC 6763) describes it. A plain value; two are equal when every
-// part is. All texts are bytes as they came from the network; nothing promises that they are UTF-8.
+// part is. Type, name and host name of a service that a Browser reports are UTF-8 without NUL
+// bytes; attributes are bytes as they came from the network.
 class Service {
 public:
     // The service type with its domain and the trailing dot: "_nmos-node._tcp.local.".

@@ -1,0 +1,255 @@
+// What the mDNS engine hears when much is said at once, what it asks, and how a plant of hanging
+// nodes holds up discovery. The packets are written byte by byte.
+
+#include "Comparison.h"
+#include "Rows.h"
+#include "discovery/NMOSMdnsBrowser.h"
+#include "net/Descriptors.h"
+#include "support/MdnsPacket.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSemaphore>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QThread>
+
+#include <memory>
+
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+namespace {
+
+const char type[] = "_nmos-node._tcp.local";
+
+Mdns::Packet node(const QByteArray &label, quint32 ttl = Mdns::hour, quint16 port = 80,
+                  const QByteArray &host = "cam1.local")
+{
+    const QByteArray name = Mdns::label(label) + Mdns::name(type);
+    return Mdns::Packet()
+        .add(Mdns::name(type), Mdns::Ptr, name, ttl)
+        .target(name, host, port, ttl)
+        .text(name, {"a=1"}, ttl);
+}
+
+// An engine, and how many services it has heard of.
+struct Engine {
+    Engine()
+    {
+        QObject::connect(&browser, &QMdnsEngine::Browser::serviceAdded, &browser,
+                         [this] { ++heard; });
+    }
+
+    int heard = 0;
+    QMdnsEngine::Server server;
+    QMdnsEngine::Cache cache;
+    QMdnsEngine::Browser browser{&server, "_nmos-node._tcp.local.", &cache};
+};
+
+void runFor(int milliseconds)
+{
+    QElapsedTimer clock;
+    clock.start();
+    Comparison::waitUntil([&] { return clock.hasExpired(milliseconds); });
+}
+
+// Sixty new services a second, which say goodbye half a second later.
+class Churn final {
+public:
+    Churn()
+        : thread(QThread::create([this] { run(); }))
+    {
+        thread->start();
+    }
+    ~Churn()
+    {
+        end.release();
+        thread->wait();
+    }
+    Q_DISABLE_COPY_MOVE(Churn)
+
+    static constexpr int together = 1;
+    QSemaphore packets;
+
+private:
+    void run()
+    {
+        Mdns::Sender sender;
+        for (int i = 0; !end.tryAcquire(1, 16); ++i) {
+            Mdns::Packet come;
+            Mdns::Packet go;
+            for (int part = 0; part < together; ++part) {
+                const QByteArray suffix = ' ' + QByteArray::number(part);
+                come.with(node(QByteArray::number(i) + suffix));
+                go.with(node(QByteArray::number(i - 30) + suffix, Mdns::goodbye));
+            }
+            sender.send(come.bytes());
+            sender.send(go.bytes());
+            packets.release();
+        }
+    }
+
+    QSemaphore end;
+    std::unique_ptr<QThread> thread;
+};
+
+void hearAfterStandingStill(benchmark::State &state)
+{
+    QString remark;
+    int missed = 0;
+    for ([[maybe_unused]] auto turn : state) {
+        Engine engine;
+        Churn churn;
+        runFor(3000);
+        const int before = churn.packets.available();
+        churn.packets.acquire(before + 240); // about four seconds
+        const int heard = engine.heard;
+        runFor(1000);
+        const int sent = (240 + churn.packets.available()) * Churn::together;
+        missed = sent - (engine.heard - heard);
+        remark = QStringLiteral("%1 sent since it stood still, %2 heard")
+                     .arg(sent)
+                     .arg(engine.heard - heard);
+        state.SetIterationTime(1);
+    }
+    Comparison::report(state, missed, remark);
+}
+
+void hearACrowd(benchmark::State &state)
+{
+    constexpr int crowd = 300;
+    int heard = 0;
+    double took = 0;
+    for ([[maybe_unused]] auto turn : state) {
+        Engine engine;
+        Mdns::Sender sender;
+        runFor(500);
+        took = Comparison::timed([&] {
+            for (int i = 0; i < crowd; ++i) {
+                sender.send(node("crowd " + QByteArray::number(i)).bytes());
+            }
+        });
+        runFor(3000);
+        heard = engine.heard;
+        state.SetIterationTime(1);
+    }
+    Comparison::report(state, crowd - heard,
+                       QStringLiteral("300 within %1 ms").arg(took, 0, 'f', 1));
+}
+
+// Questions that were sent on any link, each counted on the link it was sent from.
+int questions(QUdpSocket &socket)
+{
+    int count = 0;
+    while (socket.hasPendingDatagrams()) {
+        const QNetworkDatagram datagram = socket.receiveDatagram();
+        const QByteArray packet = datagram.data();
+        const auto link =
+            QNetworkInterface::interfaceFromIndex(static_cast<int>(datagram.interfaceIndex()));
+        const auto addresses = link.addressEntries();
+        for (const QNetworkAddressEntry &address : addresses) {
+            if (packet.size() > 12 && (packet.at(2) & 0x80) == 0
+                && address.ip().isEqual(datagram.senderAddress(),
+                                        QHostAddress::TolerantConversion)) {
+                count += qFromBigEndian<quint16>(packet.constData() + 4);
+            }
+        }
+    }
+    return count;
+}
+
+void questionsForAService(benchmark::State &state)
+{
+    constexpr int services = 200;
+    int asked = 0;
+    for ([[maybe_unused]] auto turn : state) {
+        const auto ip4 = Mdns::boundSocket(QAbstractSocket::IPv4Protocol);
+        const auto ip6 = Mdns::boundSocket(QAbstractSocket::IPv6Protocol);
+        const auto links = QNetworkInterface::allInterfaces();
+        for (const QNetworkInterface &link : links) {
+            ip4->joinMulticastGroup(Mdns::group(QAbstractSocket::IPv4Protocol), link);
+            ip6->joinMulticastGroup(Mdns::group(QAbstractSocket::IPv6Protocol), link);
+        }
+        const Engine engine;
+        Mdns::Sender sender;
+        for (int i = 0; i < services; ++i) {
+            sender.send(node("asked " + QByteArray::number(i)).bytes());
+            QCoreApplication::processEvents();
+        }
+        QElapsedTimer minute;
+        minute.start();
+        Comparison::waitUntil([&] {
+            asked += questions(*ip4) + questions(*ip6);
+            return minute.hasExpired(58000);
+        });
+        state.SetIterationTime(1);
+    }
+    Comparison::report(state, static_cast<double>(asked) / services,
+                       QStringLiteral("%1 services on 2 of 6 links").arg(services));
+}
+
+void healthyBehindHanging(benchmark::State &state)
+{
+    constexpr int nodes = 1000;
+    rlimit before{};
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit usual{1024, before.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &usual);
+    Descriptors::raiseLimit();
+    double seconds = 0;
+    int most = 0;
+    for ([[maybe_unused]] auto turn : state) {
+        QTcpServer hanging;
+        hanging.listen(QHostAddress::AnyIPv4);
+        hanging.pauseAccepting();
+        ::listen(static_cast<int>(hanging.socketDescriptor()), nodes);
+        QTcpServer healthy;
+        healthy.listen(QHostAddress::AnyIPv4);
+        QObject::connect(&healthy, &QTcpServer::newConnection, &healthy, [&healthy] {
+            QTcpSocket *const socket = healthy.nextPendingConnection();
+            socket->write("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 2\r\n\r\n{}");
+            socket->disconnectFromHost();
+        });
+        bool ready = false;
+        NMOSMdnsBrowser browser;
+        QObject::connect(&browser, &NMOSMdnsBrowser::nodeSelfReady, &browser,
+                         [&ready] { ready = true; });
+        browser.start();
+        Mdns::Sender sender;
+        sender.send(node("hanging", Mdns::hour, hanging.serverPort()).bytes());
+        for (int i = 0; i < nodes; ++i) {
+            const QHostAddress address(0x7f010000 + static_cast<quint32>(i));
+            sender.send(Mdns::Packet().address("cam1.local", address.toString()).bytes());
+            QCoreApplication::processEvents();
+        }
+        seconds = Comparison::timed([&] {
+                      sender.send(node("healthy", Mdns::hour, healthy.serverPort(), "cam2.local")
+                                      .address("cam2.local", QStringLiteral("192.0.2.1"))
+                                      .bytes());
+                      Comparison::waitUntil([&ready] { return ready; });
+                  })
+            / 1000;
+        most = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size();
+        state.SetIterationTime(seconds);
+    }
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    Comparison::report(
+        state, seconds,
+        QStringLiteral("soft limit raised from 1,024; %1 descriptors open then").arg(most));
+}
+
+} // namespace
+
+void Rows::addEngineRows()
+{
+    using Comparison::addRow;
+    addRow({"Services not heard a second after 4 s of standing still, 60 new ones a second", "", "",
+            6, 1},
+           hearAfterStandingStill);
+    addRow({"Services not found of 300 that are announced at once", "", "", 0, 1}, hearACrowd);
+    addRow({"Questions for each service in its first minute", "", "", 24, 1}, questionsForAService);
+    addRow({"A healthy node is asked behind 1,000 that hang", "", "s", 20, 1},
+           healthyBehindHanging);
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "widgets/EntryList.h"
+
+class QComboBox;
+
+// The list in the drop-down of a selector. Its rows hold still while it is open: entries that come
+// meanwhile are in the combo box's model at once, but show only when the list is opened again.
+// Rows that leave the model are not held back; see SelectorEntries::remove() for those.
+class DropDownList final : public EntryList {
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(DropDownList)
+
+public:
+    // Becomes the selector's view and is owned by it.
+    explicit DropDownList(QComboBox *owner);
+
+    // As wide as the longest entry needs, within the selector's screen.
+    QSize minimumSizeHint() const override;
+
+signals:
+    // The list has closed, and what was picked from it has been chosen. Comes from the event loop.
+    void closed();
+
+protected:
+    void rowsInserted(const QModelIndex &parent, int start, int end) override;
+    void rowsAboutToBeRemoved(const QModelIndex &parent, int start, int end) override;
+    void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
+    void hideEvent(QHideEvent *event) override;
+
+private:
+    void settle();
+
+    QComboBox *selector;
+    bool holding = false; // whether rows are held back
+};

@@ -1,0 +1,141 @@
+// The JSON of somebody who is not trusted: what it says, and what it may not do.
+
+#include "net/JsonText.h"
+#include "support/TestMain.h"
+
+#include <QLoggingCategory>
+#include <QScopeGuard>
+
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
+namespace {
+
+QByteArray json(const char *text)
+{
+    return QByteArray(text).replace('\'', '"');
+}
+
+QByteArray compact(const QByteArray &text)
+{
+    return parseJson(text).toJson(QJsonDocument::Compact);
+}
+
+// "['b', ...]" and the like, with the unit as often as told.
+QByteArray repeated(const char *begin, const char *unit, int times, const char *end)
+{
+    return json(begin) + json(unit).repeated(times) + json(end);
+}
+
+int &notes()
+{
+    static int count = 0;
+    return count;
+}
+
+} // namespace
+
+class TestJsonText final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void reads_data();
+    void reads();
+    void keepsNothingOfRepeats_data();
+    void keepsNothingOfRepeats();
+    void saysThatItMetRepeats();
+};
+
+void TestJsonText::reads_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QByteArray>("result"); // empty: no JSON
+    const auto row = [](const char *name, const QByteArray &text, const char *result) {
+        QTest::newRow(name) << text << json(result);
+    };
+    row("an array", json(" [ 1, {'a' : null} ] "), "[1,{'a':null}]");
+    row("a repeated text", json("{'a':'1','a':'2'}"), "{'a':'2'}");
+    row("one name in different objects", json("[{'a':[{'a':[]}]},{'a':[]}]"),
+        "[{'a':[{'a':[]}]},{'a':[]}]");
+    row("a repeated object", json("{'a':{'b':1},'c':2,'a':{'d':3}}"), "{'a':{'d':3},'c':2}");
+    row("an array that a number replaces", json("{'a':[1],'b':{'a':[]},'a':2}"),
+        "{'a':2,'b':{'a':[]}}");
+    row("a number that an array replaces", json("{'a':1,'a':[2]}"), "{'a':[2]}");
+    row("thrice", json("{'a':{},'a':1,'b':0,'a':[3]}"), "{'a':[3],'b':0}");
+    row("repeats inside what is replaced", json("[{'a':{'b':[],'b':{}},'a':{'b':[1],'b':[2]}}]"),
+        "[{'a':{'b':[2]}}]");
+    row("names that look like what separates", json("{'},':[],'[':1,'},':{'\\\\':[],'\\\\':0}}"),
+        "{'[':1,'},':{'\\\\':0}}");
+    row("one name in two spellings", json("{'x':'\\\\','a':1,'\\u0061':[],'z':0}"),
+        "{'a':[],'x':'\\\\','z':0}");
+    row("halves of two characters", json("{'\\ud800':{},'\\ud801':{}}"),
+        "{'\\ud800':{},'\\ud801':{}}");
+    row("names that differ behind an escaped NUL", json("{'a\\u0000b':[],'a\\u0000c':[]}"),
+        "{'a\\u0000b':[],'a\\u0000c':[]}");
+    row("a NUL in a name", json("{'a~b':{},'a~c':2}").replace('~', '\0'), "");
+    row("broken inside what is replaced", json("{'a':{'b':},'a':1}"), "");
+    row("broken between what is replaced", json("{'a':{} 'x','a':1}"), "");
+    row("no value behind what is replaced", json("{'a':{},'a':}"), "");
+    row("no end", json("{'a':{},'a':1"), "");
+    row("a web page", "<html>", "");
+    row("nothing", {}, "");
+    row("nested too deep", QByteArray(10000, '[') + QByteArray(10000, ']'), "");
+    row("more values than any node has", repeated("[", "[0],", 2000000, "0]"), "");
+    row("hundreds of thousands of repeats", repeated("{", "'a':[],", 300000, "'a':0}"), "{'a':0}");
+}
+
+void TestJsonText::reads()
+{
+    QFETCH(const QByteArray, text);
+    QTEST(compact(text), "result");
+}
+
+void TestJsonText::keepsNothingOfRepeats_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::newRow("side by side") << repeated("{", "'a':[[[[[[]]]]]],", 12500, "'a':0}");
+    QTest::newRow("inside each other")
+        << repeated("[", "{'a':{'a':[[[[[[]]]]]],'a':1},'a':0},", 5500, "0]");
+    QTest::newRow("in other spellings")
+        << repeated("[", "{'a':[[[[[[]]]]]],'\\u0061':0},", 7000, "0]");
+}
+
+// Each text keeps megabytes each time that QJsonDocument sees it. With the address sanitizer it is
+// the leak check that finds them.
+void TestJsonText::keepsNothingOfRepeats()
+{
+    QFETCH(const QByteArray, text);
+#if defined(__GLIBC__)
+    parseJson(text);
+    const auto before = ::mallinfo2().uordblks;
+    parseJson(text);
+    const auto after = ::mallinfo2().uordblks;
+    QVERIFY2(after < before + 100000, qPrintable(QString::number(after - before)));
+#else
+    QVERIFY(!parseJson(text).isNull());
+#endif
+}
+
+void TestJsonText::saysThatItMetRepeats()
+{
+    const auto previous =
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext &context, const QString &) {
+            notes() += qstrcmp(context.category, "nodepatch.json") == 0 ? 1 : 0;
+        });
+    const auto restore = qScopeGuard([previous] {
+        QLoggingCategory::setFilterRules({});
+        qInstallMessageHandler(previous);
+    });
+    const QByteArray text = json("{'a':[],'a':1}");
+    parseJson(text);
+    QCOMPARE(notes(), 0);
+    QLoggingCategory::setFilterRules(QStringLiteral("nodepatch.json.info=true"));
+    parseJson(json("{'a':[],'b':[]}"));
+    QCOMPARE(notes(), 0);
+    parseJson(text);
+    QCOMPARE(notes(), 1);
+}
+
+NODEPATCH_TEST_MAIN(TestJsonText)
+#include "tst_jsontext.moc"
