@@ -48,6 +48,14 @@ struct Engine {
     QMdnsEngine::Browser browser{&server, "_nmos-node._tcp.local.", &cache};
 };
 
+Comparison::Result figure(double value, const QString &remark)
+{
+    Comparison::Result result;
+    result.figure = value;
+    result.remark = remark;
+    return result;
+}
+
 void runFor(int milliseconds)
 {
     QElapsedTimer clock;
@@ -70,7 +78,6 @@ public:
     }
     Q_DISABLE_COPY_MOVE(Churn)
 
-    static constexpr int together = 1;
     QSemaphore packets;
 
 private:
@@ -78,15 +85,8 @@ private:
     {
         Mdns::Sender sender;
         for (int i = 0; !end.tryAcquire(1, 16); ++i) {
-            Mdns::Packet come;
-            Mdns::Packet go;
-            for (int part = 0; part < together; ++part) {
-                const QByteArray suffix = ' ' + QByteArray::number(part);
-                come.with(node(QByteArray::number(i) + suffix));
-                go.with(node(QByteArray::number(i - 30) + suffix, Mdns::goodbye));
-            }
-            sender.send(come.bytes());
-            sender.send(go.bytes());
+            sender.send(node("churn " + QByteArray::number(i)).bytes());
+            sender.send(node("churn " + QByteArray::number(i - 30), Mdns::goodbye).bytes());
             packets.release();
         }
     }
@@ -95,7 +95,7 @@ private:
     std::unique_ptr<QThread> thread;
 };
 
-void hearAfterStandingStill(benchmark::State &state)
+Comparison::Result hearAfterStandingStill(benchmark::State &state)
 {
     QString remark;
     int missed = 0;
@@ -107,17 +107,17 @@ void hearAfterStandingStill(benchmark::State &state)
         churn.packets.acquire(before + 240); // about four seconds
         const int heard = engine.heard;
         runFor(1000);
-        const int sent = (240 + churn.packets.available()) * Churn::together;
+        const int sent = 240 + churn.packets.available();
         missed = sent - (engine.heard - heard);
         remark = QStringLiteral("%1 sent since it stood still, %2 heard")
                      .arg(sent)
                      .arg(engine.heard - heard);
         state.SetIterationTime(1);
     }
-    Comparison::report(state, missed, remark);
+    return figure(missed, remark);
 }
 
-void hearACrowd(benchmark::State &state)
+Comparison::Result hearACrowd(benchmark::State &state)
 {
     constexpr int crowd = 300;
     int heard = 0;
@@ -135,8 +135,7 @@ void hearACrowd(benchmark::State &state)
         heard = engine.heard;
         state.SetIterationTime(1);
     }
-    Comparison::report(state, crowd - heard,
-                       QStringLiteral("300 within %1 ms").arg(took, 0, 'f', 1));
+    return figure(crowd - heard, QStringLiteral("300 within %1 ms").arg(took, 0, 'f', 1));
 }
 
 // Questions that were sent on any link, each counted on the link it was sent from.
@@ -160,7 +159,7 @@ int questions(QUdpSocket &socket)
     return count;
 }
 
-void questionsForAService(benchmark::State &state)
+Comparison::Result questionsForAService(benchmark::State &state)
 {
     constexpr int services = 200;
     int asked = 0;
@@ -186,11 +185,11 @@ void questionsForAService(benchmark::State &state)
         });
         state.SetIterationTime(1);
     }
-    Comparison::report(state, static_cast<double>(asked) / services,
-                       QStringLiteral("%1 services on 2 of 6 links").arg(services));
+    return figure(static_cast<double>(asked) / services,
+                  QStringLiteral("%1 services on 2 of 6 links").arg(services));
 }
 
-void healthyBehindHanging(benchmark::State &state)
+Comparison::Result healthyBehindHanging(benchmark::State &state)
 {
     constexpr int nodes = 1000;
     rlimit before{};
@@ -235,8 +234,8 @@ void healthyBehindHanging(benchmark::State &state)
         state.SetIterationTime(seconds);
     }
     ::setrlimit(RLIMIT_NOFILE, &before);
-    Comparison::report(
-        state, seconds,
+    return figure(
+        seconds,
         QStringLiteral("soft limit raised from 1,024; %1 descriptors open then").arg(most));
 }
 

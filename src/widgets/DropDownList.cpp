@@ -15,7 +15,7 @@ DropDownList::DropDownList(QComboBox *owner)
 QSize DropDownList::minimumSizeHint() const
 {
     const int room =
-        selector->screen()->availableGeometry().right() - selector->mapToGlobal({0, 0}).x();
+        selector->screen()->availableGeometry().right() - selector->mapToGlobal(QPoint(0, 0)).x();
     return {qMin(wantedWidth(), room), 0};
 }
 

@@ -201,7 +201,7 @@ void MatchList::place()
 {
     list->ensurePolished();
     const QRect screen = selector->screen()->availableGeometry();
-    const QRect field(selector->mapToGlobal({0, 0}), selector->size());
+    const QRect field(selector->mapToGlobal(QPoint(0, 0)), selector->size());
     const int above = field.top() - screen.top();
     const int below = screen.bottom() - field.bottom();
 

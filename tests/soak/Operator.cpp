@@ -192,8 +192,8 @@ void Operator::click(Dice &dice)
     const QPointer<QWidget> target = window->childAt(place);
     for (const QEvent::Type type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
         if (target) {
-            QMouseEvent event(type, target->mapFrom(window, place), Qt::LeftButton, Qt::LeftButton,
-                              Qt::NoModifier);
+            QMouseEvent event(type, target->mapFrom(window, place), window->mapToGlobal(place),
+                              Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
             QApplication::sendEvent(target, &event);
         }
     }
