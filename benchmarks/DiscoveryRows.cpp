@@ -13,6 +13,7 @@
 #include <qmdnsengine/cache.h>
 #include <qmdnsengine/resolver.h>
 #include <qmdnsengine/server.h>
+#include <qmdnsengine/service.h>
 
 #include <QComboBox>
 
