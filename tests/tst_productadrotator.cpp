@@ -108,6 +108,21 @@ private slots:
         QCOMPARE(distinct.size(), 3 * products.size());
     }
 
+    // DejaVu Sans is the widest of the common fonts, and 900 pixels the width in a new main window.
+    void everySentenceFitsIntoOneLineOfAFontATenthLarger()
+    {
+        QFont font(QStringLiteral("DejaVu Sans"));
+        font.setPixelSize(12); // nine points at 96 dots per inch
+        const QFontMetricsF metrics(font);
+        const QSizeF place = geometry().description.size() / 1.1;
+        QVERIFY(metrics.height() <= place.height());
+        const auto products = catalogue();
+        for (const ProductEntry &product : products) {
+            const QString &text = product.description;
+            QVERIFY2(metrics.horizontalAdvance(text) <= place.width(), qPrintable(text));
+        }
+    }
+
     void layout_data()
     {
         QTest::addColumn<QSizeF>("size");

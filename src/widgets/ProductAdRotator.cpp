@@ -27,31 +27,33 @@ struct Product {
     const char *description;
 };
 
+// Short words and narrow letters: each sentence fits into one line of a banner of its usual width.
+// Two lines fit into its height with few fonts only.
 constexpr Product catalogueTable[] = {
     {"RouteLoom",
-     "Weave whole studio changeovers into one salvo, rehearse it on the live plant, and take "
-     "it on air or back in less than half a second."},
+     "All that a late shift alters, in a single list: try it first, fire it to air at a click, "
+     "and if it fails, all is as it was before."},
     {"TickHarbor",
-     "See which grandmaster every device really follows, how far it has drifted, and be "
-     "warned some minutes before the first frame is lost."},
+     "Tells at first sight if a clock is still in step, lists all that drift, and calls till "
+     "it is right: all before a frame is lost."},
     {"TwinStrand",
-     "Watches both legs of every redundant stream packet by packet, so that a lost path is "
-     "repaired before the second one is needed."},
+     "Tells at first sight if a path of a critical stream fails, lets its twin fill in, and "
+     "lists all that is lost till it is repaired."},
     {"EarLattice",
-     "Shuffle, trim and label thousands of audio channels between streams, sample accurate, "
-     "from one grid that even a visitor can read."},
+     "All of a facility's audio in a single grid: shift it, split it, trim it, title it, and "
+     "it is still clear to a first-time visitor."},
     {"GlassQuilt",
-     "A multiviewer that patches itself: drop a sender on a tile and picture, tally and audio "
-     "bars follow it to each wall in the house."},
+     "A multiviewer that fits itself: let a sender fall on a tile, and its title, its tally "
+     "and all its level bars still follow it."},
     {"NodeCensus",
-     "A registry that keeps its memory: who joined, who vanished, and what has changed since "
-     "the last time that all was well on air."},
+     "A registry that recalls it all: it tells if a device is late, lost or altered, and "
+     "lists all that it did since its first start."},
     {"EdgeGantry",
-     "Brings sixteen coaxial feeds into the network and sixteen back out, in one quiet rack "
-     "unit that restarts in under four seconds."},
+     "Lifts all that is still coaxial in a facility into its fabric, and back: it is slim, it "
+     "is silent, and it restarts in a trice."},
     {"PacePrism",
-     "Splits a stream into the timing of its single packets and shows at a glance which "
-     "sender bursts and which switch suffers from it."},
+     "Splits a stream into its packets: it tells at first sight if its sender is at fault, or "
+     "if it is just a switch that stalls it."},
 };
 
 // The gradient is the same in every row, so that one row of it can be laid as a tile: a third of

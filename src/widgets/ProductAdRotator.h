@@ -10,7 +10,7 @@
 
 struct ProductEntry {
     QString title;
-    QString description; // one sentence, short enough for two lines of the banner
+    QString description; // one sentence that fits into a line of a banner of 900 pixels
     QString link; // https address of the product's page
     QString image; // resource path of a picture of 1920 x 105 pixels
 };
