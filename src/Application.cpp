@@ -11,6 +11,7 @@ namespace Application {
 
 void goWithoutOpenGl()
 {
+#if QT_CONFIG(opengl)
     const char integration[] = "QT_XCB_GL_INTEGRATION";
     if (QGuiApplication::platformName() != QLatin1String("xcb")
         || qEnvironmentVariableIsSet(integration)) {
@@ -21,6 +22,7 @@ void goWithoutOpenGl()
     qputenv(integration, "none");
     QOpenGLContext::supportsThreadedOpenGL();
     qunsetenv(integration);
+#endif
 }
 
 void setIdentity()
