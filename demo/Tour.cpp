@@ -238,8 +238,14 @@ private:
         if (!waitFor([services] { return services->model()->rowCount() >= 2; })) {
             return fail(QStringLiteral("the browser window does not list the nodes"));
         }
-        services->setCurrentIndex(services->model()->index(0, 0));
-        if (!waitFor([addresses] { return addresses->count() > 0; })) {
+        // A node does not repeat what it has said within the last second, and QMdnsEngine asks for
+        // a host name only once. Selecting the service again asks again.
+        const auto resolves = [services, addresses] {
+            services->clearSelection();
+            services->setCurrentIndex(services->model()->index(0, 0));
+            return waitFor([addresses] { return addresses->count() > 0; }, 2000);
+        };
+        if (!resolves() && !resolves() && !resolves()) {
             return fail(QStringLiteral("the host name of the selected service does not resolve"));
         }
         const auto *attributes = browser->findChild<QTableWidget *>();
