@@ -5,20 +5,25 @@
 #include <QApplication>
 #include <QFile>
 #include <QIcon>
+#if QT_CONFIG(opengl)
 #include <QOpenGLContext>
+#endif
 
 namespace Application {
 
 void scaleWithScreens()
 {
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+#endif
     QGuiApplication::setHighDpiScaleFactorRoundingPolicy(
         Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
 }
 
 void goWithoutOpenGl()
 {
+#if QT_CONFIG(opengl)
     const char integration[] = "QT_XCB_GL_INTEGRATION";
     if (QGuiApplication::platformName() != QLatin1String("xcb")
         || qEnvironmentVariableIsSet(integration)) {
@@ -29,6 +34,7 @@ void goWithoutOpenGl()
     qputenv(integration, "none");
     QOpenGLContext::supportsThreadedOpenGL();
     qunsetenv(integration);
+#endif
 }
 
 void setIdentity()
