@@ -48,11 +48,9 @@ set(CPACK_PACKAGE_VENDOR ${NODEPATCH_organisation})
 set(CPACK_PACKAGE_HOMEPAGE_URL https://${NODEPATCH_webDomain}/nodepatch)
 set(CPACK_PACKAGE_INSTALL_DIRECTORY ${PROJECT_NAME})
 set(CPACK_PACKAGE_FILE_NAME velmora-nodepatch-${PROJECT_VERSION}-windows-x64)
-set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY ON) # in the zip file
 set(CPACK_NSIS_MUI_ICON ${from}/NodePatch.ico)
 # An installer script of this project's own: CPack's installs for all users and asks for
 # administrator's rights.
 set(CPACK_MODULE_PATH ${from})
-set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 include(CPack)
