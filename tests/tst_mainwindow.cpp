@@ -36,6 +36,17 @@ QString activeSender(const SimulatedNode &node, const QString &receiverId)
     return node.receiverActive(receiverId).value(QLatin1String("sender_id")).toString();
 }
 
+class PaintWatch final : public QObject {
+public:
+    bool painted = false;
+
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        painted = painted || event->type() == QEvent::Paint;
+        return false;
+    }
+};
+
 } // namespace
 
 class TestMainWindow final : public QObject {
@@ -46,6 +57,7 @@ private slots:
     void init();
     void opensEmpty();
     void paintsTheLight();
+    void opensOneBrowser();
     void checksWhatIsTyped();
     void connectsAndDisconnects();
     void patchesExactlyTheChosenEntries();
@@ -124,6 +136,40 @@ void TestMainWindow::paintsTheLight()
     light.setOn(true);
     paint();
     QCOMPARE(image.pixelColor(20, 8), QColor(Qt::blue));
+
+    PaintWatch watch;
+    light.installEventFilter(&watch);
+    light.show();
+    QTRY_VERIFY(watch.painted);
+    for (const auto &change : {std::function<void()>([&] { light.setOn(false); }),
+                               std::function<void()>([&] { light.setColor(Qt::red); })}) {
+        watch.painted = false;
+        change();
+        QTRY_VERIFY(watch.painted);
+    }
+}
+
+void TestMainWindow::opensOneBrowser()
+{
+    const auto browsers = [] {
+        QList<QWidget *> found;
+        const auto windows = QApplication::topLevelWidgets();
+        for (QWidget *window : windows) {
+            if (window->windowTitle() == QLatin1String("mDNS Browser")) {
+                found.append(window);
+            }
+        }
+        return found;
+    };
+    Window w;
+    w.press(QStringLiteral("Browse"));
+    const QList<QWidget *> opened = browsers();
+    QCOMPARE(opened.size(), 1);
+    opened.at(0)->hide();
+    w.press(QStringLiteral("Browse"));
+    QCOMPARE(browsers(), opened);
+    QVERIFY(opened.at(0)->isVisible());
+    opened.at(0)->close();
 }
 
 void TestMainWindow::checksWhatIsTyped()
@@ -154,6 +200,9 @@ void TestMainWindow::checksWhatIsTyped()
     node.setCollection(QStringLiteral("senders"), "[]");
     emit w.tx->activated(0);
     QVERIFY(!Window::isOn(w.txLight));
+    node.setCollection(QStringLiteral("receivers"), R"([{"id": "r", "label": "R"}])");
+    emit w.rx->activated(0);
+    QVERIFY(Window::isOn(w.rxLight));
 }
 
 void TestMainWindow::connectsAndDisconnects()

@@ -19,28 +19,10 @@ namespace {
 const QString connectCommand = QStringLiteral("Connect (Tx->Rx)");
 const QString disconnectCommand = QStringLiteral("Disconnect Rx");
 
-// Calls a function once, as soon as the node has been asked for the path.
-void onceAsked(QObject *context, const SimulatedNode &node, const QString &path,
-               const std::function<void()> &function)
-{
-    auto *poll = new QTimer(context);
-    QObject::connect(poll, &QTimer::timeout, context, [poll, &node, path, function] {
-        const QStringList lines = node.requestLines();
-        for (const QString &line : lines) {
-            if (line.endsWith(path)) {
-                poll->stop();
-                function();
-                return;
-            }
-        }
-    });
-    poll->start(2);
-}
-
-int cursorShape()
+Qt::CursorShape cursorShape()
 {
     const QCursor *cursor = QGuiApplication::overrideCursor();
-    return cursor ? cursor->shape() : int(Qt::ArrowCursor);
+    return cursor ? cursor->shape() : Qt::ArrowCursor;
 }
 
 // A receiving node that refuses every patch in words of its own.
@@ -88,7 +70,6 @@ private slots:
     void showsWhatANodeSaysInMeasure();
     void givesTheTextOfABoxToTheKeyboard();
     void saysThatADeviceIsNotRemembered();
-    void opensWithADamagedDeviceList();
     void asksForDevicesPlainly();
 };
 
@@ -178,24 +159,24 @@ void TestOperator::isBusyWhileACommandWaits()
     IntakeWindow w;
     Window::enter(w.tx, node.host());
     Window::enter(w.rx, node.host());
-    QCOMPARE(cursorShape(), int(Qt::ArrowCursor));
+    QCOMPARE(cursorShape(), Qt::ArrowCursor);
     node.setFault(asked, Fault::hang());
     node.clearRequests();
-    int waiting = -1;
+    Qt::CursorShape waiting = Qt::ArrowCursor;
     onceAsked(&w.window, node, asked, [&] {
         waiting = cursorShape();
         node.setFault(asked, Fault::status(503));
         node.stop();
     });
-    int inBox = -1;
+    Qt::CursorShape inBox = Qt::BusyCursor;
     w.boxes.inspect = [&](QMessageBox *) {
         inBox = cursorShape();
     };
     w.press(command);
-    QCOMPARE(waiting, int(Qt::BusyCursor));
+    QCOMPARE(waiting, Qt::BusyCursor);
     QCOMPARE(w.boxes.take().size(), 1);
-    QCOMPARE(inBox, int(Qt::ArrowCursor));
-    QCOMPARE(cursorShape(), int(Qt::ArrowCursor));
+    QCOMPARE(inBox, Qt::ArrowCursor);
+    QCOMPARE(cursorShape(), Qt::ArrowCursor);
 }
 
 void TestOperator::staysBusyUntilTheLastCommandEnds()
@@ -208,7 +189,7 @@ void TestOperator::staysBusyUntilTheLastCommandEnds()
     IntakeWindow w;
     Window::enter(w.tx, tx.host());
     Window::enter(w.rx, rx.host());
-    int inBox = -1;
+    Qt::CursorShape inBox = Qt::ArrowCursor;
     w.boxes.inspect = [&](QMessageBox *) {
         inBox = cursorShape();
     };
@@ -219,8 +200,8 @@ void TestOperator::staysBusyUntilTheLastCommandEnds()
     });
     w.press(connectCommand);
     QCOMPARE(w.boxes.take().size(), 1);
-    QCOMPARE(inBox, int(Qt::BusyCursor));
-    QCOMPARE(cursorShape(), int(Qt::ArrowCursor));
+    QCOMPARE(inBox, Qt::BusyCursor);
+    QCOMPARE(cursorShape(), Qt::ArrowCursor);
 }
 
 void TestOperator::showsWhatANodeSaysInMeasure()
@@ -281,26 +262,6 @@ void TestOperator::saysThatADeviceIsNotRemembered()
     QCOMPARE(w.tx->count(), 1);
     w.addDevice(QStringLiteral("127.0.0.1"), 2);
     QVERIFY(w.boxes.take().isEmpty());
-}
-
-void TestOperator::opensWithADamagedDeviceList()
-{
-    store(QStringLiteral("manualDevices/2/address"), QStringLiteral("second"));
-    store(QStringLiteral("manualDevices/10/address"), QStringLiteral("tenth"));
-    store(QStringLiteral("manualDevices/0/address"), QStringLiteral("none"));
-    store(QStringLiteral("manualDevices/x/address"), QStringLiteral("none"));
-    store(QStringLiteral("manualDevices/size"), 2147483647);
-    IntakeWindow w;
-    QStringList offered;
-    w.device = [&offered](QDialog *dialog) {
-        const auto *list = dialog->findChild<QListWidget *>();
-        for (int i = 0; i < list->count(); ++i) {
-            offered.append(list->item(i)->text());
-        }
-        dialog->reject();
-    };
-    w.press(QStringLiteral("Remove Device"));
-    QCOMPARE(offered, (QStringList{QStringLiteral("second:80"), QStringLiteral("tenth:80")}));
 }
 
 void TestOperator::asksForDevicesPlainly()

@@ -1,14 +1,10 @@
 // The two "Show SDP…" commands against real nodes.
 
 #include "Application.h"
-#include "SimulatedNode.h"
-#include "support/Boxes.h"
+#include "support/IntakeWindow.h"
 #include "support/TestMain.h"
-#include "support/Window.h"
 
 #include <QClipboard>
-#include <QComboBox>
-#include <QTextEdit>
 
 namespace {
 
@@ -18,13 +14,17 @@ const QString showRx = QStringLiteral("Receiver IP: show SDP");
 const Essence essences[] = {Essence::Video, Essence::Audio, Essence::Data};
 
 // A window whose SDP dialogs are copied to the clipboard and closed. Notes their titles.
-struct SdpWindow : Window {
+struct SdpWindow : IntakeWindow {
+    SdpWindow()
+    {
+        device = [this](QDialog *dialog) {
+            titles.append(dialog->windowTitle());
+            WindowDriver::press(dialog, QStringLiteral("Copy SDP"));
+            WindowDriver::press(dialog, QStringLiteral("Close"));
+        };
+    }
+
     QStringList titles;
-    Boxes boxes{[this](QDialog *dialog) {
-        titles.append(dialog->windowTitle());
-        WindowDriver::press(dialog, QStringLiteral("Copy SDP"));
-        WindowDriver::press(dialog, QStringLiteral("Close"));
-    }};
 
     static QString copied()
     {
@@ -51,6 +51,7 @@ private slots:
     void showsWhatTheDeviceOffers();
     void activatesASenderOnce();
     void showsWhatIsStaged();
+    void followsTheChosenDevice();
     void leavesOutWhatFails();
     void tellsWhatIsMissing_data();
     void tellsWhatIsMissing();
@@ -63,6 +64,7 @@ void TestSdpCommands::initTestCase()
 
 void TestSdpCommands::init()
 {
+    settings().clear();
     QGuiApplication::clipboard()->clear();
 }
 
@@ -122,6 +124,54 @@ void TestSdpCommands::showsWhatIsStaged()
     const QString offered = SdpWindow::copied();
     w.press(showRx);
     QCOMPARE(SdpWindow::copied(), offered);
+}
+
+void TestSdpCommands::followsTheChosenDevice()
+{
+    NodeDescription sending = NodeDescription::transmitter();
+    sending.devices.append(sending.devices.constFirst());
+    sending.devices.last().senders[0].label = QStringLiteral("Second");
+    NodeDescription receiving = NodeDescription::receiver();
+    receiving.devices.append(receiving.devices.constFirst());
+    receiving.devices.last().receivers[0].label = QStringLiteral("Second");
+    const SimulatedNode tx(sending);
+    const SimulatedNode rx(receiving);
+    SdpWindow w;
+    w.report(tx, QStringLiteral("Cam"));
+    w.report(rx, QStringLiteral("Mon"));
+    QVERIFY(Window::choose(w.tx, entry(QStringLiteral("Cam"), tx, QStringLiteral("Second"))));
+    QVERIFY(Window::choose(w.rx, entry(QStringLiteral("Mon"), rx, QStringLiteral("Second"))));
+    w.press(QStringLiteral("Connect (Tx->Rx)"));
+    QString offered;
+    for (const Essence essence : essences) {
+        const QString sender = tx.senderIds(essence).at(1);
+        offered += block(tx.manifest(sender));
+        const auto connected = [&](int device) {
+            return rx.receiverActive(rx.receiverIds(essence).at(device))
+                .value(QLatin1String("sender_id"))
+                .toString();
+        };
+        QCOMPARE(connected(1), sender);
+        QCOMPARE(connected(0), QString());
+    }
+    for (const QString &command : {showTx, showRx}) {
+        QGuiApplication::clipboard()->clear();
+        w.press(command);
+        QCOMPARE(SdpWindow::copied(), offered);
+    }
+
+    // Disconnecting goes by the node: its first device.
+    w.press(QStringLiteral("Disconnect Rx"));
+    QStringList released;
+    const auto patches = rx.requests(QStringLiteral("PATCH"));
+    for (const LoggedRequest &patch : patches.mid(3)) {
+        released.append(patch.path);
+    }
+    QStringList first;
+    for (const Essence essence : essences) {
+        first.append(SimulatedNode::receiverStagedPath(rx.receiverIds(essence).at(0)));
+    }
+    QCOMPARE(released, first);
 }
 
 void TestSdpCommands::leavesOutWhatFails()

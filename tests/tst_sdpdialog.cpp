@@ -56,8 +56,11 @@ void TestSdpDialog::showsAndCopiesWhatWasPassed_data()
     row("markup", QStringLiteral("<html><b>s=</b>&amp; <img src='x'>\n"));
     row("text that is not Latin", QStringLiteral("s=カメラ \U0001F3A5\tä\n"));
     row("five megabytes of lines", QStringLiteral("a=fmtp:96 width=1920\r\n").repeated(230000));
+    row("two thousand characters without a blank", QString(2000, QLatin1Char('x')));
     // Fast only while the view may wrap anywhere: it breaks such a text at no blank.
     row("half a megabyte without a blank", QString(500000, QLatin1Char('x')));
+    row("2,001 characters without a blank, among others",
+        QStringLiteral("v=0\n") + QString(2001, QLatin1Char('x')) + QStringLiteral(" a"));
 }
 
 void TestSdpDialog::showsAndCopiesWhatWasPassed()
@@ -67,6 +70,8 @@ void TestSdpDialog::showsAndCopiesWhatWasPassed()
     SdpDialog dialog(QString(), passed, nullptr);
     dialog.show();
     const auto *const view = dialog.findChild<QTextEdit *>();
+    QCOMPARE(view->wordWrapMode() == QTextOption::WrapAnywhere,
+             passed.contains(QString(2001, QLatin1Char('x'))));
     QVERIFY(view->toPlainText() == shown);
     QCOMPARE(view->document()->blockCount(), shown.count(QLatin1Char('\n')) + 1);
 

@@ -80,3 +80,21 @@ inline void release(QObject *context, SimulatedNode &node, const std::function<b
                      });
     poll->start(10);
 }
+
+// Calls a function once, as soon as the node has been asked for the path.
+inline void onceAsked(QObject *context, const SimulatedNode &node, const QString &path,
+                      const std::function<void()> &function)
+{
+    auto *poll = new QTimer(context);
+    QObject::connect(poll, &QTimer::timeout, context, [poll, &node, path, function] {
+        const QStringList lines = node.requestLines();
+        for (const QString &line : lines) {
+            if (line.endsWith(path)) {
+                poll->stop();
+                function();
+                return;
+            }
+        }
+    });
+    poll->start(2);
+}
