@@ -10,9 +10,8 @@ set(from ${PROJECT_SOURCE_DIR}/platform/windows)
 
 # No import libraries: nobody links with what is installed.
 install(TARGETS nodepatch VxUtil RUNTIME DESTINATION .)
-get_target_property(engine nodepatch_mdns INTERFACE_LINK_LIBRARIES)
 install(FILES
-    $<TARGET_FILE:${engine}>
+    $<TARGET_FILE:qmdnsengine>
     $<TARGET_FILE:Qt5::Core>
     $<TARGET_FILE:Qt5::Gui>
     $<TARGET_FILE:Qt5::Network>

@@ -7,6 +7,7 @@ FetchContent_Declare(qmdnsengine
 FetchContent_GetProperties(qmdnsengine)
 if(NOT qmdnsengine_POPULATED)
     FetchContent_Populate(qmdnsengine)
+    set(QT_DIR ${Qt5_DIR} CACHE PATH "The Qt that QMdnsEngine takes: it prefers a Qt 6 that is there")
     # Only the library that the program links with, and none of its install rules.
     add_subdirectory(${qmdnsengine_SOURCE_DIR} ${qmdnsengine_BINARY_DIR} EXCLUDE_FROM_ALL)
 endif()

@@ -5,6 +5,7 @@
 #include <qmdnsengine/cache.h>
 #include <qmdnsengine/resolver.h>
 #include <qmdnsengine/server.h>
+#include <qmdnsengine/service.h>
 
 using namespace QMdnsEngine;
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <qmdnsengine/server.h>
+#include "discovery/MdnsServer.h"
 
 #include <QDialog>
 
@@ -52,7 +52,7 @@ private:
     void showAttributes(const QMap<QByteArray, QByteArray> &attributes);
     void clearAttributes();
 
-    QMdnsEngine::Server server;
+    MdnsServer server;
     std::unique_ptr<ServiceModel> model;
     QLineEdit *typeEdit = nullptr;
     QPushButton *browseButton = nullptr;

@@ -1,5 +1,6 @@
 #include "discovery/NMOSMdnsBrowser.h"
 
+#include "discovery/MdnsServer.h"
 #include "net/JsonText.h"
 #include "net/NodeAccess.h"
 #include "net/ResponseBody.h"
@@ -59,7 +60,7 @@ void NMOSMdnsBrowser::start()
     if (started) {
         return;
     }
-    server = std::make_unique<QMdnsEngine::Server>();
+    server = std::make_unique<MdnsServer>();
     cache = std::make_unique<QMdnsEngine::Cache>();
     browser =
         std::make_unique<QMdnsEngine::Browser>(server.get(), nodeServiceType, cache.get(), this);

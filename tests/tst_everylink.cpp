@@ -1,0 +1,78 @@
+// The server that asks on every interface, with an installed QMdnsEngine.
+
+#include "EveryLinkServer.h"
+#include "support/MdnsPacket.h"
+#include "support/TestMain.h"
+
+#include <qmdnsengine/dns.h>
+#include <qmdnsengine/message.h>
+#include <qmdnsengine/query.h>
+
+#include <QProcess>
+
+class TestEveryLink final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void asksOnEveryLink_data();
+    void asksOnEveryLink();
+};
+
+void TestEveryLink::asksOnEveryLink_data()
+{
+    QTest::addColumn<QAbstractSocket::NetworkLayerProtocol>("protocol");
+    QTest::addColumn<QStringList>("prefixes");
+    QTest::addColumn<QString>("late");
+    QTest::newRow("over IPv4") << QAbstractSocket::IPv4Protocol
+                               << QStringList{QStringLiteral("192.0.2.1"),
+                                              QStringLiteral("198.51.100.1")}
+                               << QStringLiteral("203.0.113.1/24");
+    QTest::newRow("over IPv6") << QAbstractSocket::IPv6Protocol
+                               << QStringList{QStringLiteral("fe80::1"), QStringLiteral("fe80::2")}
+                               << QStringLiteral("fe80::3/64");
+}
+
+void TestEveryLink::asksOnEveryLink()
+{
+    QFETCH(const QAbstractSocket::NetworkLayerProtocol, protocol);
+    QFETCH(const QStringList, prefixes);
+    QFETCH(const QString, late);
+    const QByteArray type = "_nmos-node._tcp.local.";
+    const QByteArray question = Mdns::question(Mdns::name("_nmos-node._tcp.local"), Mdns::Ptr);
+    EveryLinkServer server;
+    QMdnsEngine::Query query;
+    query.setName(type);
+    query.setType(QMdnsEngine::PTR);
+    QMdnsEngine::Message message;
+    message.addQuery(query);
+
+    const auto isAsker = [&question](Mdns::Listener &listener, const QString &prefix) {
+        const QStringList askers = listener.askers(question);
+        return std::any_of(askers.begin(), askers.end(), [&prefix](const QString &asker) {
+            return asker.section(QLatin1Char('%'), 0, 0) == prefix;
+        });
+    };
+    Mdns::Listener listener(protocol);
+    server.sendMessageToAll(message);
+    for (const QString &prefix : prefixes) {
+        QTRY_VERIFY(isAsker(listener, prefix));
+    }
+
+    // One that comes later, beside one that has no address.
+    const auto ip = [](const QString &arguments) {
+        return QProcess::execute(QStringLiteral("ip"), arguments.split(QLatin1Char(' '))) == 0;
+    };
+    QVERIFY(ip(QStringLiteral("link add late0 type veth peer name late1")));
+    QVERIFY(ip(QStringLiteral("link set late0 addrgenmode none")));
+    QVERIFY(ip(QStringLiteral("addr add %1 dev late0%2")
+                   .arg(late, QLatin1String(late.contains(QLatin1Char(':')) ? " nodad" : ""))));
+    QVERIFY(ip(QStringLiteral("link set late0 up")) && ip(QStringLiteral("link set late1 up")));
+    Mdns::Listener lateListener(protocol);
+    QTRY_VERIFY((server.sendMessageToAll(message),
+                 isAsker(lateListener, late.section(QLatin1Char('/'), 0, 0))));
+    QVERIFY(isAsker(lateListener, prefixes.last()));
+    QVERIFY(ip(QStringLiteral("link del late0")));
+}
+
+NODEPATCH_TEST_MAIN(TestEveryLink)
+#include "tst_everylink.moc"
