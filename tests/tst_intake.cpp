@@ -3,6 +3,7 @@
 #include "Announcer.h"
 #include "Application.h"
 #include "Plant.h"
+#include "net/Descriptors.h"
 #include "nmos/NmosClient.h"
 #include "support/IntakeWindow.h"
 #include "support/TestMain.h"
@@ -52,7 +53,7 @@ void TestIntake::initTestCase()
 {
     Application::setIdentity();
     Announcer::silenceAvahi();
-    Plant::raiseFileLimit();
+    Descriptors::raiseLimit();
 }
 
 void TestIntake::init()
