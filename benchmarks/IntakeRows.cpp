@@ -8,6 +8,7 @@
 #include "Rows.h"
 #include "WindowDriver.h"
 #include "discovery/NMOSMdnsBrowser.h"
+#include "net/Descriptors.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -28,7 +29,7 @@ public:
     explicit Nodes(const Shape &wanted)
         : shape(wanted)
     {
-        Plant::raiseFileLimit();
+        Descriptors::raiseLimit();
         plant.addMany(shape.nodes, [this](int index) {
             const QString label = QStringLiteral("Node %1").arg(index);
             return NodeDescription::wide(label, shape.endpoints, shape.endpoints);

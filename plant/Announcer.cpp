@@ -11,13 +11,10 @@
 #include <avahi-core/publish.h>
 #include <avahi-core/rr.h>
 
-#include <algorithm>
 #include <array>
-#include <iterator>
 #include <mutex>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -27,27 +24,22 @@ constexpr const char *domain = "local";
 constexpr const char *serviceType = "_nmos-node._tcp";
 constexpr const char *fullType = "_nmos-node._tcp.local";
 
-// Avahi's poll interface, which also notes the sockets that the server has watched. vanish() needs
-// them, and Avahi has no other way to tell them.
-struct NotingPoll : AvahiPoll {
-    explicit NotingPoll(const AvahiPoll &real)
-        : AvahiPoll(real)
-        , wrapped(&real)
+// Avahi's event loop, on a thread of its own. Every use of a server's objects needs its lock. It
+// also notes the sockets that the server has watched: vanish() needs them, and Avahi has no other
+// way to tell them.
+struct Poll : AvahiPoll {
+    explicit Poll(AvahiThreadedPoll *threadedPoll)
+        : AvahiPoll(*avahi_threaded_poll_get(threadedPoll))
+        , api(threadedPoll)
     {
-        watch_new = [](const AvahiPoll *api, int descriptor, AvahiWatchEvent event,
+        watch_new = [](const AvahiPoll *poll, int descriptor, AvahiWatchEvent event,
                        AvahiWatchCallback callback, void *data) {
-            const auto *const self = static_cast<const NotingPoll *>(api);
+            const auto *const self = static_cast<const Poll *>(poll);
             self->descriptors.push_back(descriptor);
-            return self->wrapped->watch_new(self->wrapped, descriptor, event, callback, data);
+            const AvahiPoll *const wrapped = avahi_threaded_poll_get(self->api);
+            return wrapped->watch_new(wrapped, descriptor, event, callback, data);
         };
     }
-
-    const AvahiPoll *wrapped;
-    mutable std::vector<int> descriptors;
-};
-
-// Avahi's event loop, on a thread of its own. Every use of a server's objects needs its lock.
-struct Poll {
     void lock() const
     {
         avahi_threaded_poll_lock(api);
@@ -57,9 +49,9 @@ struct Poll {
         avahi_threaded_poll_unlock(api);
     }
 
-    AvahiThreadedPoll *const api = avahi_threaded_poll_new();
+    AvahiThreadedPoll *const api;
+    mutable std::vector<int> descriptors;
 };
-
 AvahiStringList *txtList(const QList<QByteArray> &strings)
 {
     AvahiStringList *list = nullptr;
@@ -69,21 +61,6 @@ AvahiStringList *txtList(const QList<QByteArray> &strings)
             static_cast<size_t>(string.size()));
     }
     return list;
-}
-
-AvahiAddress avahiAddress(const QHostAddress &address)
-{
-    AvahiAddress result{};
-    if (address.protocol() == QAbstractSocket::IPv4Protocol) {
-        result.proto = AVAHI_PROTO_INET;
-        result.data.ipv4.address = htonl(address.toIPv4Address());
-    } else {
-        result.proto = AVAHI_PROTO_INET6;
-        const Q_IPV6ADDR bytes = address.toIPv6Address();
-        std::copy_n(std::begin(bytes.c), sizeof result.data.ipv6.address,
-                    static_cast<uint8_t *>(result.data.ipv6.address));
-    }
-    return result;
 }
 
 // Adds a record of that name; the function sets its data. False when the name is not valid.
@@ -130,8 +107,10 @@ QByteArray serviceName(const QByteArray &instance)
 bool addAddresses(AvahiServer *server, AvahiSEntryGroup *group, const Announcement &announcement)
 {
     const QByteArray host = announcement.hostName + '.' + domain;
-    for (const QHostAddress &address : announcement.addresses) {
-        AvahiAddress record = avahiAddress(address);
+    for (QHostAddress address : announcement.addresses) {
+        address.setScopeId({});
+        AvahiAddress record{};
+        avahi_address_parse(qPrintable(address.toString()), AVAHI_PROTO_UNSPEC, &record);
         if (avahi_server_add_address(server, group, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC,
                                      AVAHI_PUBLISH_NO_REVERSE, host.constData(), &record)
             < 0) {
@@ -179,8 +158,7 @@ AvahiServer *newServer(const AvahiPoll *poll)
 } // namespace
 
 struct Announcer::Private {
-    Poll poll;
-    NotingPoll notingPoll{*avahi_threaded_poll_get(poll.api)};
+    Poll poll{avahi_threaded_poll_new()};
     AvahiServer *server = nullptr;
     QHash<QByteArray, AvahiSEntryGroup *> services; // by instance
 };
@@ -188,7 +166,7 @@ struct Announcer::Private {
 Announcer::Announcer()
     : d(std::make_unique<Private>())
 {
-    d->server = newServer(&d->notingPoll);
+    d->server = newServer(&d->poll);
     avahi_threaded_poll_start(d->poll.api);
 }
 
@@ -248,7 +226,7 @@ void Announcer::vanish()
     avahi_threaded_poll_stop(d->poll.api);
     // Freeing the server sends goodbyes, which no option turns off: they go to /dev/null.
     const int nobody = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    for (const int descriptor : d->notingPoll.descriptors) {
+    for (const int descriptor : d->poll.descriptors) {
         ::dup3(nobody, descriptor, O_CLOEXEC);
     }
     ::close(nobody);

@@ -5,7 +5,7 @@
 
 #include <QHostAddress>
 #include <QJsonDocument>
-#include <QRegularExpression>
+#include <QUuid>
 
 #include <chrono>
 
@@ -18,28 +18,16 @@ bool isAuto(const QJsonValue &value)
 
 bool isIdOrNull(const QJsonValue &value)
 {
-    static const QRegularExpression id(QStringLiteral(
-        "^[0-9a-f]{8}-[0-9a-f]{4}-[1-5][0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}$"));
-    return value.isNull() || (value.isString() && id.match(value.toString()).hasMatch());
-}
-
-bool isScheduled(const QJsonValue &mode)
-{
-    return mode == QJsonValue(QLatin1String("activate_scheduled_absolute"))
-        || mode == QJsonValue(QLatin1String("activate_scheduled_relative"));
+    return value.isNull() || !QUuid::fromString(value.toString()).isNull();
 }
 
 bool isActivation(const QJsonObject &activation)
 {
-    static const QRegularExpression time(QStringLiteral("^[0-9]+:[0-9]+$"));
     const QJsonValue mode = activation.value(QLatin1String("mode"));
     const QJsonValue requested = activation.value(QLatin1String("requested_time"));
-    const bool hasTime = time.match(requested.toString()).hasMatch();
     return activation.size() == (requested.isUndefined() ? 1 : 2)
-        && (isScheduled(mode)
-                ? hasTime
-                : mode.isNull() || mode == QJsonValue(QLatin1String("activate_immediate")))
-        && (hasTime || requested.isNull() || requested.isUndefined());
+        && (mode.isNull() || mode == QJsonValue(QLatin1String("activate_immediate")))
+        && (requested.isNull() || requested.isUndefined());
 }
 
 bool isTransportFile(const QJsonObject &file)
@@ -56,12 +44,12 @@ QJsonObject activationObject(const QJsonValue &mode, const QJsonValue &time)
         {{"mode", mode}, {"requested_time", QJsonValue()}, {"activation_time", time}});
 }
 
+} // namespace
+
 QJsonObject firstLeg(const QJsonObject &object)
 {
     return object.value(QLatin1String("transport_params")).toArray().first().toObject();
 }
-
-} // namespace
 
 QString taiNow()
 {
@@ -79,10 +67,10 @@ ConnectionEndpoint::ConnectionEndpoint(Role endpointRole, Essence endpointEssenc
     , defaults(parameterDefaults)
 {
     const bool isSender = role == Role::Sender;
-    stagedObject = jsonObject({{isSender ? "receiver_id" : "sender_id", QJsonValue()},
-                               {"master_enable", isSender},
+    stagedObject = jsonObject({{"master_enable", isSender},
                                {"activation", activationObject({}, {})},
                                {"transport_params", QJsonArray{defaults}}});
+    stagedObject.insert(peerName(), QJsonValue());
     if (!isSender) {
         stagedObject.insert(QLatin1String("transport_file"),
                             jsonObject({{"data", QJsonValue()}, {"type", QJsonValue()}}));
@@ -99,21 +87,12 @@ QLatin1String ConnectionEndpoint::ownAddress() const
 QJsonArray ConnectionEndpoint::constraints() const
 {
     QJsonObject leg;
-    for (auto parameter = defaults.begin(); parameter != defaults.end(); ++parameter) {
-        leg.insert(parameter.key(), QJsonObject());
+    const QStringList names = defaults.keys();
+    for (const QString &name : names) {
+        leg.insert(name, QJsonObject());
     }
     leg.insert(ownAddress(), jsonObject({{"enum", QJsonArray{defaults.value(ownAddress())}}}));
     return {leg};
-}
-
-QJsonValue ConnectionEndpoint::peer() const
-{
-    return activeObject.value(QLatin1String(role == Role::Sender ? "receiver_id" : "sender_id"));
-}
-
-QJsonObject ConnectionEndpoint::activeParameters() const
-{
-    return firstLeg(activeObject);
 }
 
 bool ConnectionEndpoint::isValidParameter(const QString &name, const QJsonValue &value) const
@@ -149,8 +128,7 @@ QString ConnectionEndpoint::invalidParameter(const QJsonArray &legs) const
 
 bool ConnectionEndpoint::isValid(const QString &member, const QJsonValue &value) const
 {
-    const bool isReceiver = role == Role::Receiver;
-    if (member == QLatin1String(isReceiver ? "sender_id" : "receiver_id")) {
+    if (member == peerName()) {
         return isIdOrNull(value);
     }
     if (member == QLatin1String("master_enable")) {
@@ -159,7 +137,7 @@ bool ConnectionEndpoint::isValid(const QString &member, const QJsonValue &value)
     if (member == QLatin1String("activation")) {
         return isActivation(value.toObject());
     }
-    return isReceiver && member == QLatin1String("transport_file")
+    return role == Role::Receiver && member == QLatin1String("transport_file")
         && isTransportFile(value.toObject());
 }
 
@@ -167,13 +145,11 @@ bool ConnectionEndpoint::isValid(const QString &member, const QJsonValue &value)
 QString ConnectionEndpoint::invalidMember(const QJsonObject &request) const
 {
     for (auto member = request.begin(); member != request.end(); ++member) {
-        if (member.key() == QLatin1String("transport_params")) {
-            QString parameter = invalidParameter(member.value().toArray());
-            if (!parameter.isEmpty()) {
-                return parameter;
-            }
-        } else if (!isValid(member.key(), member.value())) {
-            return member.key();
+        const bool hasParameters = member.key() == QLatin1String("transport_params");
+        const QString parameter =
+            hasParameters ? invalidParameter(member.value().toArray()) : QString();
+        if (!parameter.isEmpty() || (!hasParameters && !isValid(member.key(), member.value()))) {
+            return hasParameters ? parameter : member.key();
         }
     }
     return {};
@@ -212,21 +188,15 @@ QString ConnectionEndpoint::stageTransportFile(const QJsonObject &file,
 // as stageTransportFile() does.
 QString ConnectionEndpoint::stage(const QJsonObject &request, QJsonObject *next) const
 {
-    const QLatin1String parametersName("transport_params");
     QJsonObject parameters = firstLeg(*next);
-    for (auto member = request.begin(); member != request.end(); ++member) {
-        if (member.key() != QLatin1String("activation") && member.key() != parametersName) {
-            next->insert(member.key(), member.value());
-        }
-    }
+    const QJsonValue activation = next->value(QLatin1String("activation"));
     QString reason =
         stageTransportFile(request.value(QLatin1String("transport_file")).toObject(), &parameters);
     // Parameters override the transport file that comes with them.
-    const QJsonObject wanted = firstLeg(request);
-    for (auto member = wanted.begin(); member != wanted.end(); ++member) {
-        parameters.insert(member.key(), member.value());
-    }
-    next->insert(parametersName, QJsonArray{parameters});
+    parameters = merged(parameters, firstLeg(request));
+    *next = merged(*next, request);
+    next->insert(QLatin1String("activation"), activation);
+    next->insert(QLatin1String("transport_params"), QJsonArray{parameters});
     return reason;
 }
 
@@ -240,14 +210,14 @@ ConnectionEndpoint::Answer ConnectionEndpoint::patch(const QByteArray &body)
         return refuse(400, QStringLiteral("the request is not a JSON object"));
     }
     const QJsonObject request = document.object();
+    const QJsonValue mode =
+        request.value(QLatin1String("activation")).toObject().value(QLatin1String("mode"));
+    if (mode.toString().startsWith(QLatin1String("activate_scheduled"))) {
+        return refuse(501, QStringLiteral("scheduled activations are not supported"));
+    }
     const QString invalid = invalidMember(request);
     if (!invalid.isEmpty()) {
         return refuse(400, QStringLiteral("unknown, or its value is not valid: ") + invalid);
-    }
-    const QJsonValue mode =
-        request.value(QLatin1String("activation")).toObject().value(QLatin1String("mode"));
-    if (isScheduled(mode)) {
-        return refuse(501, QStringLiteral("scheduled activations are not supported"));
     }
     QJsonObject next = stagedObject;
     const QString reason = stage(request, &next);

@@ -9,14 +9,14 @@
 // The time as NMOS writes it: TAI, "seconds:nanoseconds".
 QString taiNow();
 
+// The only leg of the transport parameters of a staged or active endpoint.
+QJsonObject firstLeg(const QJsonObject &object);
+
 // One sender or receiver of an IS-05 Connection API: its staged and active parameters for one RTP
 // stream and the rules by which a PATCH changes them.
 class ConnectionEndpoint final {
 public:
-    enum class Role {
-        Sender,
-        Receiver,
-    };
+    enum class Role { Sender, Receiver };
 
     // The defaults are what "auto" stands for and what is active from the start; each transport
     // parameter of the role has one.
@@ -42,10 +42,16 @@ public:
     }
     QJsonArray constraints() const;
 
-    QJsonValue peer() const; // the active sender_id or receiver_id
-    QJsonObject activeParameters() const;
+    QJsonValue peer() const // the active sender_id or receiver_id
+    {
+        return activeObject.value(peerName());
+    }
 
 private:
+    QLatin1String peerName() const
+    {
+        return QLatin1String(role == Role::Sender ? "receiver_id" : "sender_id");
+    }
     QLatin1String ownAddress() const;
     bool isValidParameter(const QString &name, const QJsonValue &value) const;
     QString invalidMember(const QJsonObject &request) const;

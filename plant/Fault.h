@@ -10,19 +10,8 @@
 // What a node does wrong for a path. A fault is a plain value: make one with the functions below,
 // narrow it with onMethod() and times(), and hand it to SimulatedNode::setFault().
 struct Fault {
-    enum class Kind {
-        Delay,
-        Status,
-        Hang,
-        Reset,
-        Drop,
-        Truncate,
-        Body,
-        Redirect,
-        Drip,
-        Flood,
-        UntilActivated,
-    };
+    // What happens to the right answer, unless another one takes its place.
+    enum class Kind { None, Delay, Hang, Truncate, Drip, UntilActivated };
 
     // The right answer, milliseconds late.
     static Fault delay(int milliseconds)
@@ -39,7 +28,7 @@ struct Fault {
         const QString message = QStringLiteral("fault switched on: %1").arg(code);
         const bool isError = code >= 400 && body.isEmpty();
         const QByteArray sent = isError ? toJson(nmosError(code, message)) : body;
-        return {Kind::Status, HttpAnswer{code, sent, contentType}};
+        return {Kind::None, HttpAnswer{code, sent, contentType}};
     }
 
     // No answer until the fault is cleared, then the right one; none at all when the node stops.
@@ -51,13 +40,13 @@ struct Fault {
     // A TCP reset in place of an answer.
     static Fault reset()
     {
-        return {Kind::Reset, HttpAnswer{200, {}, {}, {}, HttpAnswer::Wire::Reset}};
+        return {Kind::None, HttpAnswer{200, {}, {}, {}, HttpAnswer::Wire::Reset}};
     }
 
     // The connection is closed in good order in place of an answer.
     static Fault drop()
     {
-        return {Kind::Drop, HttpAnswer{200, {}, {}, {}, HttpAnswer::Wire::Drop}};
+        return {Kind::None, HttpAnswer{200, {}, {}, {}, HttpAnswer::Wire::Drop}};
     }
 
     // The right answer's header with its Content-Length, half of its body, and the end of the
@@ -70,13 +59,13 @@ struct Fault {
     // Status 200 with this body, whatever it is.
     static Fault body(const QByteArray &body)
     {
-        return {Kind::Body, HttpAnswer{200, body}};
+        return {Kind::None, HttpAnswer{200, body}};
     }
 
     // A 3xx status with an empty body and a Location header.
     static Fault redirect(const QByteArray &location, int code = 302)
     {
-        return {Kind::Redirect, HttpAnswer{code, {}, {}, {{"Location", location}}}};
+        return {Kind::None, HttpAnswer{code, {}, {}, {{"Location", location}}}};
     }
 
     // The right answer, the body byte by byte with that pause before each.
@@ -89,7 +78,7 @@ struct Fault {
     // closes.
     static Fault flood(qint64 bytes)
     {
-        return {Kind::Flood,
+        return {Kind::None,
                 HttpAnswer{200, {}, "application/json", {}, HttpAnswer::Wire::Flood, bytes}};
     }
 
@@ -124,7 +113,7 @@ struct Fault {
         return fault;
     }
 
-    Kind kind = Kind::Delay;
+    Kind kind = Kind::None;
     std::optional<HttpAnswer> answer = {}; // in place of the right one
     int milliseconds = 0; // of a delay, or between the bytes of a drip
     QByteArray method = {}; // empty: any

@@ -114,7 +114,6 @@ HttpRequest requestOf(const httplib::Request &request)
                        QString::fromStdString(request.target),
                        QString::fromStdString(request.path),
                        QByteArray::fromStdString(request.body),
-                       QByteArray::fromStdString(request.get_header_value("Content-Type")),
                        {}};
     for (const auto &[name, value] : request.headers) {
         result.headers.append({QByteArray::fromStdString(name), QByteArray::fromStdString(value)});

@@ -14,7 +14,6 @@ struct HttpRequest {
     QString path; // with the query, as it stood in the request line
     QString resource; // the path decoded, without the query
     QByteArray body;
-    QByteArray contentType;
     QList<QPair<QByteArray, QByteArray>> headers; // in no particular order, names as sent
 };
 

@@ -41,6 +41,15 @@ inline QJsonObject jsonObject(const char *text)
     return QJsonDocument::fromJson(text).object();
 }
 
+// One object with the members of both; those of the second one win.
+inline QJsonObject merged(QJsonObject object, const QJsonObject &more)
+{
+    for (auto member = more.begin(); member != more.end(); ++member) {
+        object.insert(member.key(), member.value());
+    }
+    return object;
+}
+
 // Of an object or an array.
 template <typename Container>
 QByteArray toJson(const Container &container)

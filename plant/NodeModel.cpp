@@ -51,25 +51,16 @@ const Shape &shapeOf(Essence essence)
     return shapes[static_cast<int>(essence)];
 }
 
-// One object with the members of all.
-QJsonObject merged(std::initializer_list<QJsonObject> objects)
+// A resource: the members that all have, and its own.
+QJsonObject resourceOf(const QString &id, const QString &version, const QString &label,
+                       const QJsonObject &own)
 {
-    QJsonObject result;
-    for (const QJsonObject &object : objects) {
-        for (auto member = object.begin(); member != object.end(); ++member) {
-            result.insert(member.key(), member.value());
-        }
-    }
-    return result;
-}
-
-QJsonObject core(const QString &id, const QString &version, const QString &label)
-{
-    return jsonObject({{"id", id},
-                       {"version", version},
-                       {"label", label},
-                       {"description", label},
-                       {"tags", QJsonObject()}});
+    return merged(own,
+                  jsonObject({{"id", id},
+                              {"version", version},
+                              {"label", label},
+                              {"description", label},
+                              {"tags", QJsonObject()}}));
 }
 
 QString withoutZone(QHostAddress address)
@@ -99,14 +90,10 @@ bool isEnabled(const ConnectionEndpoint &connection)
     return connection.active().value(QLatin1String("master_enable")).toBool();
 }
 
-QString sourceId(const QString &senderId)
+// The id of the "source" or "flow" of a sender.
+QString idOf(const char *kind, const QString &senderId)
 {
-    return namedId({senderId, QStringLiteral("source")});
-}
-
-QString flowId(const QString &senderId)
-{
-    return namedId({senderId, QStringLiteral("flow")});
+    return namedId({senderId, QLatin1String(kind)});
 }
 
 quint32 sessionNumber(const QString &id)
@@ -213,7 +200,7 @@ QByteArray NodeModel::manifest(const QString &senderId) const
     if (!sender) {
         return {};
     }
-    const QJsonObject parameters = sender->connection.activeParameters();
+    const QJsonObject parameters = firstLeg(sender->connection.active());
     const StreamAddress stream{
         parameters.value(QLatin1String("source_ip")).toString(),
         parameters.value(QLatin1String("destination_ip")).toString(),
@@ -226,78 +213,84 @@ QJsonObject NodeModel::self() const
 {
     const QJsonObject apiEndpoint =
         jsonObject({{"host", withoutZone(address)}, {"port", port}, {"protocol", "http"}});
-    return merged({core(nodeId, created, label),
-                   jsonObject({{"href", QString(base + QLatin1Char('/'))},
-                               {"api",
-                                jsonObject({{"versions", QJsonArray{QStringLiteral("v1.3")}},
-                                            {"endpoints", QJsonArray{apiEndpoint}}})}}),
-                   jsonObject(R"({"caps": {}, "services": [],
-                        "clocks": [{"name": "clk0", "ref_type": "ptp", "traceable": true,
-                                    "version": "IEEE1588-2008",
-                                    "gmid": "08-00-11-ff-fe-21-e1-b0", "locked": true}],
-                        "interfaces": [{"chassis_id": null, "port_id": "02-00-5e-10-00-01",
-                                        "name": "eth0"}]})")});
+    const QJsonObject api = jsonObject(
+        {{"versions", QJsonArray{QStringLiteral("v1.3")}}, {"endpoints", QJsonArray{apiEndpoint}}});
+    const QJsonObject hardware = jsonObject(
+        R"({"caps": {}, "services": [],
+            "clocks": [{"name": "clk0", "ref_type": "ptp", "traceable": true,
+                        "version": "IEEE1588-2008", "gmid": "08-00-11-ff-fe-21-e1-b0",
+                        "locked": true}],
+            "interfaces": [{"chassis_id": null, "port_id": "02-00-5e-10-00-01", "name": "eth0"}]})");
+    return resourceOf(
+        nodeId, created, label,
+        merged(hardware, jsonObject({{"href", QString(base + QLatin1Char('/'))}, {"api", api}})));
 }
 
 QJsonObject NodeModel::deviceObject(const Device &device) const
 {
-    const auto idsBelow = [&](Role role) {
-        QJsonArray ids;
-        for (const Endpoint &endpoint : endpoints) {
-            if (endpoint.role == role && endpoint.deviceId == device.id) {
-                ids.append(endpoint.id);
-            }
-        }
-        return ids;
-    };
     const QJsonObject control =
         jsonObject({{"href", QString(base + QLatin1String("/x-nmos/connection/v1.1/"))},
                     {"type", "urn:x-nmos:control:sr-ctrl/v1.1"}});
-    return merged({core(device.id, created, device.label),
-                   jsonObject({{"type", "urn:x-nmos:device:generic"},
-                               {"node_id", nodeId},
-                               {"senders", idsBelow(Role::Sender)},
-                               {"receivers", idsBelow(Role::Receiver)},
-                               {"controls", QJsonArray{control}}})});
+    QJsonArray senders;
+    QJsonArray receivers;
+    for (const Endpoint &endpoint : endpoints) {
+        if (endpoint.deviceId == device.id) {
+            (endpoint.role == Role::Sender ? senders : receivers).append(endpoint.id);
+        }
+    }
+    return resourceOf(device.id, created, device.label,
+                      jsonObject({{"type", "urn:x-nmos:device:generic"},
+                                  {"node_id", nodeId},
+                                  {"senders", senders},
+                                  {"receivers", receivers},
+                                  {"controls", QJsonArray{control}}}));
 }
 
 QJsonObject NodeModel::sourceObject(const Endpoint &sender) const
 {
     const Shape &shape = shapeOf(sender.essence);
-    return merged({core(sourceId(sender.id), created, sender.label),
-                   jsonObject({{"caps", QJsonObject()},
-                               {"device_id", sender.deviceId},
-                               {"parents", QJsonArray()},
-                               {"clock_name", "clk0"},
-                               {"format", shape.format}}),
-                   jsonObject(shape.source)});
+    return resourceOf(idOf("source", sender.id), created, sender.label,
+                      merged(jsonObject(shape.source),
+                             jsonObject({{"caps", QJsonObject()},
+                                         {"device_id", sender.deviceId},
+                                         {"parents", QJsonArray()},
+                                         {"clock_name", "clk0"},
+                                         {"format", shape.format}})));
 }
 
 QJsonObject NodeModel::flowObject(const Endpoint &sender) const
 {
     const Shape &shape = shapeOf(sender.essence);
-    return merged({core(flowId(sender.id), created, sender.label),
-                   jsonObject({{"source_id", sourceId(sender.id)},
-                               {"device_id", sender.deviceId},
-                               {"parents", QJsonArray()},
-                               {"format", shape.format},
-                               {"media_type", shape.mediaType}}),
-                   jsonObject(shape.flow)});
+    return resourceOf(idOf("flow", sender.id), created, sender.label,
+                      merged(jsonObject(shape.flow),
+                             jsonObject({{"source_id", idOf("source", sender.id)},
+                                         {"device_id", sender.deviceId},
+                                         {"parents", QJsonArray()},
+                                         {"format", shape.format},
+                                         {"media_type", shape.mediaType}})));
+}
+
+// What senders and receivers have in common.
+QJsonObject NodeModel::endpointObject(const Endpoint &endpoint, const char *peerName,
+                                      const QJsonValue &peer, const QJsonObject &own)
+{
+    const QJsonObject subscription =
+        jsonObject({{peerName, peer}, {"active", isEnabled(endpoint.connection)}});
+    return resourceOf(endpoint.id, endpoint.version, endpoint.label,
+                      merged(own,
+                             jsonObject({{"transport", "urn:x-nmos:transport:rtp.mcast"},
+                                         {"device_id", endpoint.deviceId},
+                                         {"interface_bindings", QJsonArray{QStringLiteral("eth0")}},
+                                         {"subscription", subscription}})));
 }
 
 QJsonObject NodeModel::senderObject(const Endpoint &sender) const
 {
     const QString href = base + QLatin1String("/x-nmos/connection/v1.1/single/senders/") + sender.id
         + QLatin1String("/transportfile");
-    return merged({core(sender.id, sender.version, sender.label),
-                   jsonObject({{"flow_id", flowId(sender.id)},
-                               {"transport", "urn:x-nmos:transport:rtp.mcast"},
-                               {"device_id", sender.deviceId},
-                               {"manifest_href", href},
-                               {"interface_bindings", QJsonArray{QStringLiteral("eth0")}},
-                               {"subscription",
-                                jsonObject({{"receiver_id", sender.connection.peer()},
-                                            {"active", isEnabled(sender.connection)}})}})});
+    return endpointObject(
+        sender, "receiver_id", sender.connection.peer(),
+        jsonObject({{"flow_id", idOf("flow", sender.id)}, {"manifest_href", href}}));
 }
 
 QJsonObject NodeModel::receiverObject(const Endpoint &receiver) const
@@ -306,30 +299,13 @@ QJsonObject NodeModel::receiverObject(const Endpoint &receiver) const
     const QJsonArray mediaTypes{QLatin1String(shape.mediaType)};
     // The peer counts only while something is received from it.
     const bool active = isEnabled(receiver.connection);
-    const QJsonValue peer = active ? receiver.connection.peer() : QJsonValue();
-    return merged(
-        {core(receiver.id, receiver.version, receiver.label),
-         jsonObject({{"transport", "urn:x-nmos:transport:rtp.mcast"},
-                     {"device_id", receiver.deviceId},
-                     {"interface_bindings", QJsonArray{QStringLiteral("eth0")}},
-                     {"format", shape.format},
-                     {"caps", jsonObject({{"media_types", mediaTypes}})},
-                     {"subscription", jsonObject({{"sender_id", peer}, {"active", active}})}})});
+    return endpointObject(receiver, "sender_id", active ? receiver.connection.peer() : QJsonValue(),
+                          jsonObject({{"format", shape.format},
+                                      {"caps", jsonObject({{"media_types", mediaTypes}})}}));
 }
 
 QJsonValue NodeModel::resource(const QString &name) const
 {
-    struct Collection {
-        QLatin1String name;
-        Role role;
-        QJsonObject (NodeModel::*build)(const Endpoint &) const;
-    };
-    static const Collection collections[] = {
-        {QLatin1String("sources"), Role::Sender, &NodeModel::sourceObject},
-        {QLatin1String("flows"), Role::Sender, &NodeModel::flowObject},
-        {QLatin1String("senders"), Role::Sender, &NodeModel::senderObject},
-        {QLatin1String("receivers"), Role::Receiver, &NodeModel::receiverObject},
-    };
     if (name == QLatin1String("self")) {
         return self();
     }
@@ -339,11 +315,15 @@ QJsonValue NodeModel::resource(const QString &name) const
             array.append(deviceObject(device));
         }
     }
-    for (const Collection &collection : collections) {
-        for (const Endpoint &endpoint : endpoints) {
-            if (name == collection.name && endpoint.role == collection.role) {
-                array.append((this->*collection.build)(endpoint));
-            }
+    const bool isOfReceivers = name == QLatin1String("receivers");
+    const auto build = isOfReceivers       ? &NodeModel::receiverObject
+        : name == QLatin1String("sources") ? &NodeModel::sourceObject
+        : name == QLatin1String("flows")   ? &NodeModel::flowObject
+        : name == QLatin1String("senders") ? &NodeModel::senderObject
+                                           : nullptr;
+    for (const Endpoint &endpoint : endpoints) {
+        if (build && (endpoint.role == Role::Receiver) == isOfReceivers) {
+            array.append((this->*build)(endpoint));
         }
     }
     return array;

@@ -65,6 +65,8 @@ private:
     QJsonObject deviceObject(const Device &device) const;
     QJsonObject sourceObject(const Endpoint &sender) const;
     QJsonObject flowObject(const Endpoint &sender) const;
+    static QJsonObject endpointObject(const Endpoint &endpoint, const char *peerName,
+                                      const QJsonValue &peer, const QJsonObject &own);
     QJsonObject senderObject(const Endpoint &sender) const;
     QJsonObject receiverObject(const Endpoint &receiver) const;
 

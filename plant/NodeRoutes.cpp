@@ -2,25 +2,13 @@
 
 #include "Json.h"
 
-#include <QRegularExpression>
-
 #include <algorithm>
 
 namespace {
 
-HttpAnswer errorAnswer(int code, const QString &message)
+NodeModel::Outcome refusal(int code, const char *reason)
 {
-    return {code, toJson(nmosError(code, message))};
-}
-
-// For browsers, which ask what they may send to another host before they send it.
-HttpAnswer optionsAnswer()
-{
-    HttpAnswer answer;
-    answer.headers = {{"Access-Control-Allow-Methods", "GET, PUT, POST, PATCH, HEAD, OPTIONS"},
-                      {"Access-Control-Allow-Headers", "Content-Type, Accept"},
-                      {"Access-Control-Max-Age", "3600"}};
-    return answer;
+    return {{code, toJson(nmosError(code, QLatin1String(reason)))}};
 }
 
 // What is found below a path, as every NMOS API lists it.
@@ -33,38 +21,39 @@ HttpAnswer listing(const QStringList &names)
     return {200, toJson(array)};
 }
 
-const QStringList &resourceNames()
+constexpr char resourceNames[] = "self sources flows devices senders receivers";
+
+QStringList words(const char *text)
 {
-    static const QStringList names{QStringLiteral("self"),    QStringLiteral("sources"),
-                                   QStringLiteral("flows"),   QStringLiteral("devices"),
-                                   QStringLiteral("senders"), QStringLiteral("receivers")};
-    return names;
+    return QString::fromLatin1(text).split(QLatin1Char(' '));
 }
 
-// What is found below the paths that are the same for every node.
-const QHash<QString, QStringList> &commonPaths()
+// What is found below a path that is the same for every node; empty for any other.
+QStringList namesBelow(const QString &path)
 {
-    static const QStringList both{QStringLiteral("senders"), QStringLiteral("receivers")};
-    static const QHash<QString, QStringList> paths{
-        {QStringLiteral("x-nmos"), {QStringLiteral("connection"), QStringLiteral("node")}},
-        {QStringLiteral("x-nmos/node"), {QStringLiteral("v1.3")}},
-        {QStringLiteral("x-nmos/node/v1.3"), resourceNames()},
-        {QStringLiteral("x-nmos/connection"), {QStringLiteral("v1.1")}},
-        {QStringLiteral("x-nmos/connection/v1.1"),
-         {QStringLiteral("bulk"), QStringLiteral("single")}},
-        {QStringLiteral("x-nmos/connection/v1.1/bulk"), both},
-        {QStringLiteral("x-nmos/connection/v1.1/single"), both},
+    static const std::pair<const char *, const char *> common[] = {
+        {"x-nmos", "connection node"},
+        {"x-nmos/node", "v1.3"},
+        {"x-nmos/node/v1.3", resourceNames},
+        {"x-nmos/connection", "v1.1"},
+        {"x-nmos/connection/v1.1", "single"},
+        {"x-nmos/connection/v1.1/single", "senders receivers"},
     };
-    return paths;
+    for (const auto &[place, names] : common) {
+        if (path == QLatin1String(place)) {
+            return words(names);
+        }
+    }
+    return {};
 }
 
 } // namespace
 
 std::optional<HttpAnswer> NodeModel::read(const QStringList &segments)
 {
-    const auto common = commonPaths().constFind(segments.join(QLatin1Char('/')));
-    if (common != commonPaths().constEnd()) {
-        return listing(*common);
+    const QStringList names = namesBelow(segments.join(QLatin1Char('/')));
+    if (!names.isEmpty()) {
+        return listing(names);
     }
     const QString api = segments.mid(0, 4).join(QLatin1Char('/'));
     const QString name = segments.value(4);
@@ -84,7 +73,7 @@ std::optional<HttpAnswer> NodeModel::read(const QStringList &segments)
 // A resource as a whole, or the one of that id.
 std::optional<QByteArray> NodeModel::resourceBody(const QString &name, const QString &id)
 {
-    if (!resourceNames().contains(name)) {
+    if (!words(resourceNames).contains(name)) {
         return {};
     }
     if (id.isEmpty()) {
@@ -114,11 +103,9 @@ std::optional<HttpAnswer> NodeModel::endpoint(Role role, const QStringList &segm
     if (!found || segments.size() > 2) {
         return {};
     }
-    QStringList names{QStringLiteral("constraints"), QStringLiteral("staged"),
-                      QStringLiteral("active"), QStringLiteral("transporttype")};
-    if (role == Role::Sender) {
-        names.append(QStringLiteral("transportfile"));
-    }
+    const QStringList names =
+        words(role == Role::Sender ? "constraints staged active transporttype transportfile"
+                                   : "constraints staged active transporttype");
     if (segments.size() == 1) {
         return listing(names);
     }
@@ -159,26 +146,15 @@ NodeModel::Outcome NodeModel::patch(const HttpRequest &request, const QStringLis
 NodeModel::Outcome NodeModel::answer(const HttpRequest &request)
 {
     const QStringList segments = request.resource.split(QLatin1Char('/'), Qt::SkipEmptyParts);
-    // Optional in IS-05; a controller falls back on single requests.
-    static const QRegularExpression bulk(
-        QStringLiteral("^/x-nmos/connection/v1.1/bulk/(senders|receivers)/?$"));
-    const bool isBulk = bulk.match(request.resource).hasMatch();
-    const auto found = isBulk ? HttpAnswer() : read(segments);
+    const auto found = read(segments);
     if (!found) {
-        return {errorAnswer(404, QStringLiteral("there is no such resource"))};
+        return refusal(404, "there is no such resource");
     }
-    if (request.method == QLatin1String("OPTIONS")) {
-        return {optionsAnswer()};
-    }
-    if (isBulk && request.method == QLatin1String("POST")) {
-        return {errorAnswer(501, QStringLiteral("bulk requests are not supported"))};
-    }
-    if (!isBulk
-        && (request.method == QLatin1String("GET") || request.method == QLatin1String("HEAD"))) {
+    if (request.method == QLatin1String("GET") || request.method == QLatin1String("HEAD")) {
         return {*found};
     }
     if (request.method == QLatin1String("PATCH") && segments.value(6) == QLatin1String("staged")) {
         return patch(request, segments);
     }
-    return {errorAnswer(405, QStringLiteral("this resource has no such method"))};
+    return refusal(405, "this resource has no such method");
 }

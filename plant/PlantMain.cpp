@@ -49,21 +49,14 @@ bool startNode(Plant *plant, const Role &role, const QString &place, bool verbos
     return true;
 }
 
-// "studio-a-camera-1" for "Studio A Camera 1".
-QByteArray hostNameOf(const QString &label)
-{
-    return label.toLower().toLatin1().replace(' ', '-');
-}
-
 bool announce(Announcer *announcer, const SimulatedNode &node)
 {
-    Announcement announcement;
-    announcement.instance = node.label().toUtf8();
-    announcement.hostName = hostNameOf(node.label());
-    announcement.addresses = {node.address()};
-    announcement.port = node.port();
-    announcement.txt = {"api_proto=http", "api_ver=v1.3", "api_auth=false", "pri=100"};
-    return announcer->announce(announcement);
+    const QString hostName = node.label().toLower().replace(QLatin1Char(' '), QLatin1Char('-'));
+    return announcer->announce({node.label().toUtf8(),
+                                hostName.toLatin1(),
+                                {node.address()},
+                                node.port(),
+                                {"api_proto=http", "api_ver=v1.3", "api_auth=false", "pri=100"}});
 }
 
 } // namespace
@@ -92,20 +85,16 @@ int main(int argc, char **argv)
         parser.addOption({role.name, QStringLiteral("Where the %1 listens.").arg(role.name),
                           QStringLiteral("ADDRESS:PORT"), role.defaultPlace});
     }
-    const QCommandLineOption verbose(QStringLiteral("verbose"),
-                                     QStringLiteral("Write each request to standard error."));
-    const QCommandLineOption withAnnouncements(
-        QStringLiteral("announce"),
-        QStringLiteral("Announce the nodes by mDNS on every interface."));
-    parser.addOptions({verbose, withAnnouncements});
+    const QString verbose = QStringLiteral("verbose");
+    const QString announced = QStringLiteral("announce");
+    parser.addOptions({{verbose, QStringLiteral("Write each request to standard error.")},
+                       {announced, QStringLiteral("Announce the nodes by mDNS everywhere.")}});
     parser.process(app);
 
     Plant plant;
     Announcer::silenceAvahi();
-    std::unique_ptr<Announcer> announcer;
-    if (parser.isSet(withAnnouncements)) {
-        announcer = std::make_unique<Announcer>();
-    }
+    const auto announcer =
+        parser.isSet(announced) ? std::make_unique<Announcer>() : std::unique_ptr<Announcer>();
     for (const Role &role : roles) {
         if (!startNode(&plant, role, parser.value(role.name), parser.isSet(verbose))) {
             return 1;

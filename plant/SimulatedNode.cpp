@@ -47,16 +47,8 @@ bool meets(const SetFault &set, const HttpRequest &request)
 } // namespace
 
 struct SimulatedNode::Private {
-    Private(const NodeDescription &nodeDescription, const QHostAddress &nodeAddress,
-            quint16 nodePort)
-        : description(nodeDescription)
-        , address(nodeAddress)
-        , port(nodePort)
-    {
-    }
-
-    const NodeDescription description;
-    const QHostAddress address;
+    NodeDescription description; // as long as the node lives
+    QHostAddress address; // likewise
 
     std::mutex serverMutex; // held while the server comes and goes; before mutex, where both are
     std::unique_ptr<HttpServer> server;
@@ -64,7 +56,7 @@ struct SimulatedNode::Private {
     std::mutex mutex; // guards all that follows
     std::condition_variable changed; // a fault was cleared, or the node stops
     bool listening = false;
-    quint16 port;
+    quint16 port = 0;
     std::optional<NodeModel> model;
     QHash<QString, HttpAnswer> resources; // by path without slash
     QList<std::shared_ptr<SetFault>> faults;
@@ -167,8 +159,11 @@ void SimulatedNode::Private::removeFaults(const std::function<bool(const SetFaul
 
 SimulatedNode::SimulatedNode(const NodeDescription &description, const QHostAddress &address,
                              quint16 port)
-    : d(std::make_unique<Private>(description, address, port))
+    : d(std::make_unique<Private>())
 {
+    d->description = description;
+    d->address = address;
+    d->port = port;
     start();
 }
 
@@ -290,11 +285,6 @@ void SimulatedNode::setCollection(const QString &name, const QByteArray &body)
     setResource(collectionPath(name), body);
 }
 
-void SimulatedNode::setCollection(const QString &name, const QJsonArray &array)
-{
-    setCollection(name, toJson(array));
-}
-
 void SimulatedNode::setResource(const QString &path, const QByteArray &body,
                                 const QByteArray &contentType)
 {
@@ -317,15 +307,11 @@ void SimulatedNode::setFault(const QString &path, const Fault &fault)
     d->faults.append(std::make_shared<SetFault>(SetFault{path, fault}));
 }
 
-void SimulatedNode::clearFault(const QString &path)
+void SimulatedNode::clearFaults(const QString &path)
 {
-    d->removeFaults(
-        [&path](const SetFault &set) { return withoutSlash(set.path) == withoutSlash(path); });
-}
-
-void SimulatedNode::clearFaults()
-{
-    d->removeFaults([](const SetFault &) { return true; });
+    d->removeFaults([&path](const SetFault &set) {
+        return path.isEmpty() || withoutSlash(set.path) == withoutSlash(path);
+    });
 }
 
 void SimulatedNode::setResponseDelay(int milliseconds)

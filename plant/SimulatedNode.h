@@ -27,7 +27,8 @@ using LoggedRequest = HttpRequest;
 // A receiver that is patched with a transport file takes addresses and port from it, and refuses
 // (400) what is no SDP or one of another essence. Senders are active from the start, receivers are
 // not. Nodes of the same label have the same ids, in every run. An immediate activation takes
-// effect before its PATCH is answered; scheduled activations and bulk requests are refused (501).
+// effect before its PATCH is answered; scheduled activations are refused (501), and there are no
+// bulk requests, which IS-05 leaves optional.
 class SimulatedNode final {
 public:
     // Listens at once. Port 0 takes a free one. A link-local address needs its scope id. When
@@ -60,14 +61,11 @@ public:
     QStringList senderIds(std::optional<Essence> essence = {}) const;
     QStringList receiverIds(std::optional<Essence> essence = {}) const;
 
-    // Paths, for faults, resources and comparing with the request log:
-    // "/x-nmos/node/v1.3/senders/" for "senders";
-    static QString collectionPath(const QString &name);
-    // "/x-nmos/connection/v1.1/single/receivers/ID/staged"
+    // Paths, for faults, resources and comparing with the request log.
+    static QString collectionPath(const QString &name); // "/x-nmos/node/v1.3/senders/"
     static QString receiverStagedPath(const QString &id);
     static QString senderStagedPath(const QString &id);
-    // "/x-nmos/connection/v1.1/single/senders/ID/transportfile", where manifest_href points to.
-    static QString manifestPath(const QString &senderId);
+    static QString manifestPath(const QString &senderId); // where manifest_href points to
 
     // The receiver's active endpoint of the Connection API as it is now; empty for an unknown id.
     QJsonObject receiverActive(const QString &id) const;
@@ -82,7 +80,6 @@ public:
     // Serves this in place of the collection, with and without trailing slash, be it JSON or not.
     // Single resources and the Connection API stay as they are.
     void setCollection(const QString &name, const QByteArray &body);
-    void setCollection(const QString &name, const QJsonArray &array);
 
     // Serves a body for GET requests of any path (without query), known to the node or not.
     void setResource(const QString &path, const QByteArray &body,
@@ -96,8 +93,7 @@ public:
     // fault of the same path and method. When several match, the one set last acts.
     void setFault(const QString &path, const Fault &fault);
     // Takes back the faults of this path, or all; requests that hang on one get their answer.
-    void clearFault(const QString &path);
-    void clearFaults();
+    void clearFaults(const QString &path = {});
 
     // Milliseconds that every answer takes, in addition to any fault; 0 from the start.
     void setResponseDelay(int milliseconds);

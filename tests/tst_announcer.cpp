@@ -1,28 +1,10 @@
 #include "Announcer.h"
+#include "support/MdnsWatch.h"
 #include "support/TestMain.h"
 
-#include <qmdnsengine/browser.h>
-#include <qmdnsengine/cache.h>
 #include <qmdnsengine/resolver.h>
-#include <qmdnsengine/server.h>
-#include <qmdnsengine/service.h>
 
 using namespace QMdnsEngine;
-
-namespace {
-
-QString described(const char *event, const Service &service)
-{
-    QByteArrayList parts{event, service.name(), service.hostname(),
-                         QByteArray::number(service.port())};
-    const auto attributes = service.attributes();
-    for (auto it = attributes.cbegin(); it != attributes.cend(); ++it) {
-        parts += it.value().isNull() ? it.key() : it.key() + '=' + it.value();
-    }
-    return QString::fromUtf8(parts.join('|'));
-}
-
-} // namespace
 
 // Hears the announcements as the program does.
 class TestAnnouncer final : public QObject {
@@ -37,20 +19,13 @@ private slots:
 
 private:
     Server server;
-    Cache cache;
-    Browser browser{&server, "_nmos-node._tcp.local.", &cache};
-    QStringList events;
+    MdnsWatch watch{&server};
+    QStringList &events = watch.events;
 };
 
 void TestAnnouncer::initTestCase()
 {
     Announcer::silenceAvahi();
-    connect(&browser, &Browser::serviceAdded, this,
-            [this](const Service &service) { events += described("+", service); });
-    connect(&browser, &Browser::serviceUpdated, this,
-            [this](const Service &service) { events += described("~", service); });
-    connect(&browser, &Browser::serviceRemoved, this,
-            [this](const Service &service) { events += described("-", service); });
 }
 
 void TestAnnouncer::init()
@@ -71,7 +46,7 @@ void TestAnnouncer::announcesUpdatesAndWithdraws()
                  QStringList{QStringLiteral("+|") + place
                              + QStringLiteral("api_auth=false|api_proto=http|"
                                               "api_ver=v1.0,v1.1,v1.2,v1.3|pri=100")});
-    Resolver resolver(&server, "odd.local.", &cache);
+    Resolver resolver(&server, "odd.local.");
     QList<QHostAddress> found;
     connect(&resolver, &Resolver::resolved, this,
             [&found](const QHostAddress &resolved) { found += resolved; });

@@ -3,6 +3,7 @@
 #include "Announcer.h"
 #include "Application.h"
 #include "Plant.h"
+#include "net/Descriptors.h"
 #include "nmos/NmosClient.h"
 #include "support/IntakeWindow.h"
 #include "support/TestMain.h"
@@ -52,7 +53,7 @@ void TestIntake::initTestCase()
 {
     Application::setIdentity();
     Announcer::silenceAvahi();
-    Plant::raiseFileLimit();
+    Descriptors::raiseLimit();
 }
 
 void TestIntake::init()
@@ -68,7 +69,7 @@ void TestIntake::findsAnAnnouncedNode()
     if (!node.isListening() || !announcer.isRunning()) {
         QSKIP("needs a network namespace of its own (scripts/with-network)");
     }
-    const QString name = QStringLiteral("Cam. 1 \u00fc");
+    const QString name = QStringLiteral("Cam 1 \u00fc");
     IntakeWindow w;
     QVERIFY(announcer.announce({name.toUtf8(), "cam1", {node.address()}, node.port()}));
     QTRY_COMPARE_WITH_TIMEOUT(entries(w.tx),

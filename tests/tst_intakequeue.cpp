@@ -3,6 +3,7 @@
 
 #include "Application.h"
 #include "Plant.h"
+#include "net/Descriptors.h"
 #include "support/IntakeWindow.h"
 #include "support/TestMain.h"
 
@@ -34,7 +35,7 @@ private slots:
 void TestIntakeQueue::initTestCase()
 {
     Application::setIdentity();
-    Plant::raiseFileLimit();
+    Descriptors::raiseLimit();
 }
 
 void TestIntakeQueue::init()

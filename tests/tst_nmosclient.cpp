@@ -2,29 +2,21 @@
 
 #include "SimulatedNode.h"
 #include "nmos/NmosClient.h"
-#include "nmos/SyncHttp.h"
+#include "support/LogRecorder.h"
 #include "support/TestMain.h"
-
-#include <QJsonDocument>
-#include <QNetworkAccessManager>
-#include <QTcpServer>
-#include <QTcpSocket>
-#include <QTimer>
 
 Q_DECLARE_METATYPE(Fault)
 
 namespace {
-
-const QString nodeApi = QStringLiteral("/x-nmos/node/v1.3/");
 
 QByteArray json(const char *text)
 {
     return QByteArray(text).replace('\'', '"');
 }
 
-QString get(const char *collection)
+NmosClient::ReceiverLookup receiverOf(const SimulatedNode &node, const QString &id)
 {
-    return QStringLiteral("GET %1%2/").arg(nodeApi, QLatin1String(collection));
+    return {id, {}, node.host(), {}, {}};
 }
 
 } // namespace
@@ -35,8 +27,10 @@ class TestNmosClient final : public QObject {
 private slots:
     void probesOverIpv6_data();
     void probesOverIpv6();
-    void probeNeedsANonEmptyArray_data();
-    void probeNeedsANonEmptyArray();
+    void asksInOrder_data();
+    void asksInOrder();
+    void takesNonEmptyArraysOnly_data();
+    void takesNonEmptyArraysOnly();
     void listsOddCollections();
     void findsSenders_data();
     void findsSenders();
@@ -69,7 +63,7 @@ void TestNmosClient::probesOverIpv6()
     }
     NmosClient client;
     QVERIFY(client.hasSenders(tx.host()));
-    QCOMPARE(tx.requestLines(), QStringList{get("senders")});
+    QCOMPARE(tx.requestLines(), QStringList(QStringLiteral("GET /x-nmos/node/v1.3/senders/")));
 
     NmosClient::SenderLookup sender;
     NmosClient::ReceiverLookup receiver;
@@ -80,27 +74,102 @@ void TestNmosClient::probesOverIpv6()
              sender.id);
 }
 
-void TestNmosClient::probeNeedsANonEmptyArray_data()
+void TestNmosClient::asksInOrder_data()
 {
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<bool>("found");
-    QTest::newRow("an array with an element") << json("[{}]") << true;
-    QTest::newRow("an array of anything") << json("[null]") << true;
-    QTest::newRow("an empty array") << json("[]") << false;
-    QTest::newRow("an object") << json("{'a':1}") << false;
-    QTest::newRow("a repeated object") << json("[{'tags':{},'tags':{'a':[]}}]") << true;
-    QTest::newRow("a million values") << '[' + json("0,").repeated(1000000) + "0]" << true;
-    QTest::newRow("no JSON") << json("<html>") << false;
-    QTest::newRow("nothing") << QByteArray() << false;
+    QTest::addColumn<QString>("missing"); // a collection that the node does not serve
+    QTest::addColumn<QByteArrayList>("asked"); // by each operation, and what came of it
+    const auto row = [](const char *missing, const QByteArrayList &asked) {
+        QTest::newRow(*missing ? missing : "nothing") << QString::fromLatin1(missing) << asked;
+    };
+    row("",
+        {"senders yes", "receivers yes", "receivers yes", "flows senders yes", "receivers yes",
+         "flows senders yes", "senders yes", "devices receivers yes", "devices senders flows yes"});
+    row("flows",
+        {"senders yes", "receivers yes", "receivers yes", "flows senders no", "receivers yes",
+         "flows no", "senders yes", "devices receivers yes", "devices senders flows yes"});
+    row("senders",
+        {"senders no", "receivers yes", "receivers yes", "flows senders no", "receivers yes",
+         "flows senders no", "senders no", "devices receivers yes", "devices senders no"});
+    row("receivers",
+        {"senders yes", "receivers no", "receivers no", "flows senders yes", "receivers no",
+         "flows senders yes", "senders yes", "devices receivers no", "devices senders flows yes"});
+    row("devices",
+        {"senders yes", "receivers yes", "receivers yes", "flows senders yes", "receivers yes",
+         "flows senders yes", "senders yes", "devices no", "devices no"});
 }
 
-void TestNmosClient::probeNeedsANonEmptyArray()
+void TestNmosClient::asksInOrder()
 {
-    QFETCH(const QByteArray, body);
+    QFETCH(const QString, missing);
+    SimulatedNode node(NodeDescription::wide({}, 1, 1));
+    if (!missing.isEmpty()) {
+        node.setFault(SimulatedNode::collectionPath(missing), Fault::status(404));
+    }
+    const QString host = node.host();
+    const QString senderId = node.senderIds().value(0);
+    NmosClient::SenderLookup sender{senderId, {}, {}, host, {}, {}};
+    NmosClient::SenderLookup found;
+    NmosClient::ReceiverLookup receiver = receiverOf(node, node.receiverIds().value(0));
+    NmosClient client;
+    QByteArrayList asked;
+    const auto note = [&node, &asked](bool result) {
+        QString line;
+        const QStringList lines = node.requestLines();
+        for (const QString &request : lines) {
+            line += request.section(QLatin1Char('/'), 4, 4) + QLatin1Char(' ');
+        }
+        asked += line.toLatin1() + (result ? "yes" : "no");
+        node.clearRequests();
+    };
+    note(client.hasSenders(host));
+    note(client.hasReceivers(host));
+    note(!client.listReceivers(host, {}).isEmpty());
+    note(!client.listSenders(host, {}).isEmpty());
+    NmosClient::ReceiverLookup any;
+    note(client.findReceiver(host, NmosClient::Video, &any, {}));
+    note(client.findSender(host, NmosClient::Video, &found, {}));
+    note(client.findSender(host, NmosClient::Video, &found, senderId));
+    note(client.fillDeviceReceivers(&receiver));
+    note(client.fillDeviceSenders(&sender));
+    QTEST(asked, "asked");
+}
+
+void TestNmosClient::takesNonEmptyArraysOnly_data()
+{
+    QTest::addColumn<Fault>("fault");
+    QTest::addColumn<bool>("found");
+    QTest::addColumn<QString>("logged"); // %1 is the address
+    const auto row = [](const char *title, const Fault &fault, bool found,
+                        const char *logged = "") {
+        QTest::newRow(title) << fault << found << QString::fromLatin1(logged);
+    };
+    row("an array with an element", Fault::body("[{}]"), true);
+    row("an array of anything", Fault::body("[null]"), true);
+    row("an empty array", Fault::body("[]"), false);
+    row("an object", Fault::body(json("{'a':1}")), false);
+    row("a repeated object", Fault::body(json("[{'tags':{},'tags':{'a':[]}}]")), true);
+    row("a million values", Fault::body('[' + json("0,").repeated(1000000) + "0]"), true);
+    row("no JSON", Fault::body("<html>"), false);
+    row("nothing", Fault::body({}), false);
+    row("a redirect with an array", Fault::status(302, "[{}]"), false,
+        "warning: Unable to connect: \"\"");
+    row("an error with an array", Fault::status(404, "[{}]"), false,
+        "warning: Unable to connect: \"Error transferring %1 - server replied: Not Found\"");
+}
+
+void TestNmosClient::takesNonEmptyArraysOnly()
+{
+    QFETCH(const Fault, fault);
+    QFETCH(const QString, logged);
     SimulatedNode node;
-    node.setCollection(QStringLiteral("senders"), body);
+    node.setFault(QStringLiteral("*"), fault);
+    const LogRecorder log;
     NmosClient client;
     QTEST(client.hasSenders(node.host()), "found");
+    const QString url = node.baseUrl() + SimulatedNode::collectionPath(QStringLiteral("senders"));
+    QCOMPARE(log.lines(),
+             logged.isEmpty() ? QStringList()
+                              : QStringList(QString(logged).replace(QLatin1String("%1"), url)));
 }
 
 void TestNmosClient::listsOddCollections()
@@ -134,17 +203,10 @@ void TestNmosClient::listsOddCollections()
                             " {'id':'3','label':'A','flow_id':'v1'},"
                             " {'id':'4','label':'B','flow_id':null},"
                             " {'id':'5','label':'C','flow_id':'v1','manifest_href':'http://m'}]"));
-    node.clearRequests();
     const auto senders = client.listSenders(node.host(), QStringLiteral("N"));
-    QCOMPARE(node.requestLines(), (QStringList{get("flows"), get("senders")}));
     QCOMPARE(senders.size(), 2);
     QCOMPARE(senders.at(0).id, QStringLiteral("2"));
     QCOMPARE(senders.at(1).manifestHref, QStringLiteral("http://m"));
-
-    node.setFault(SimulatedNode::collectionPath(QStringLiteral("flows")), Fault::status(500));
-    node.clearRequests();
-    QVERIFY(client.listSenders(node.host(), QStringLiteral("N")).isEmpty());
-    QCOMPARE(node.requestLines(), (QStringList{get("flows"), get("senders")}));
 }
 
 void TestNmosClient::findsSenders_data()
@@ -155,14 +217,14 @@ void TestNmosClient::findsSenders_data()
     QTest::addColumn<QByteArray>("flows");
     QTest::addColumn<int>("kind");
     QTest::addColumn<QString>("preferredId");
-    QTest::addColumn<QString>("id"); // empty: none
+    QTest::addColumn<QString>("found"); // id and label; empty: none
     const QByteArray av = json("[{'id':'fa','format':'urn:x-nmos:format:audio'},"
                                " {'id':'fv','format':'urn:x-nmos:format:video'}]");
-    QTest::newRow("the first of the format") << av << video << QString() << QStringLiteral("v");
-    QTest::newRow("another format") << av << audio << QString() << QStringLiteral("a");
-    QTest::newRow("an unknown kind means video") << av << 9 << QString() << QStringLiteral("v");
+    QTest::newRow("the first of the format") << av << video << QString() << QStringLiteral("v V");
+    QTest::newRow("another format") << av << audio << QString() << QStringLiteral("a A");
+    QTest::newRow("an unknown kind means video") << av << 9 << QString() << QStringLiteral("v V");
     QTest::newRow("an id counts, whatever its format")
-        << QByteArray("[]") << video << QStringLiteral("a") << QStringLiteral("a");
+        << QByteArray("[]") << video << QStringLiteral("a") << QStringLiteral("a A");
     QTest::newRow("an id that is not listed") << av << video << QStringLiteral("x") << QString();
     QTest::newRow("a sender without a manifest") << av << video << QStringLiteral("n") << QString();
     QTest::newRow("no flow of the format: a null flow id does not match")
@@ -182,26 +244,41 @@ void TestNmosClient::findsSenders()
     node.setCollection(QStringLiteral("flows"), flows);
     node.setCollection(QStringLiteral("senders"),
                        json("[{'id':'n','flow_id':null},"
-                            " {'id':'a','flow_id':'fa','manifest_href':'http://a'},"
-                            " {'id':'v','flow_id':'fv','manifest_href':'http://v'}]"));
+                            " {'id':'a','label':'A','flow_id':'fa','manifest_href':'http://a'},"
+                            " {'id':'v','label':'V','flow_id':'fv','manifest_href':'http://v'},"
+                            " {'id':'a','label':'2','flow_id':'fv','manifest_href':'http://2'}]"));
     NmosClient client;
-    NmosClient::SenderLookup sender;
-    sender.id = QStringLiteral("earlier");
+    NmosClient::SenderLookup sender{QStringLiteral("earlier"), {}, {}, {}, {}, {}};
     const bool found = client.findSender(node.host(), kind, &sender, preferredId);
-    QTEST(found ? sender.id : QString(), "id");
+    QTEST(found ? QString(sender.id + QLatin1Char(' ') + sender.label) : QString(), "found");
+    if (found) {
+        QCOMPARE(sender.manifestHref, QString(QLatin1String("http://") + sender.id));
+        QCOMPARE(sender.host, node.host());
+    }
 }
 
 void TestNmosClient::findsReceivers()
 {
-    const SimulatedNode node(NodeDescription::receiver());
-    const QString audioId = node.receiverIds(Essence::Audio).value(0);
+    SimulatedNode node;
+    node.setCollection(QStringLiteral("receivers"),
+                       json("[{'id':'d','format':'urn:x-nmos:format:data'},"
+                            " {'id':'v','label':'V','format':'urn:x-nmos:format:video'},"
+                            " {'id':'a1','label':'A','format':'urn:x-nmos:format:audio'},"
+                            " {'id':'a2','format':'urn:x-nmos:format:audio'}]"));
     NmosClient client;
     NmosClient::ReceiverLookup receiver;
-    QVERIFY(client.findReceiver(node.host(), NmosClient::Data, &receiver, {}));
-    QCOMPARE(receiver.id, node.receiverIds(Essence::Data).value(0));
-    QVERIFY(client.findReceiver(node.host(), NmosClient::Audio, &receiver, audioId));
+    const auto found = [&](int kind, const char *id) {
+        const bool result =
+            client.findReceiver(node.host(), kind, &receiver, QString::fromLatin1(id));
+        return result ? QString(receiver.id + receiver.label) : QString();
+    };
+    QCOMPARE(found(NmosClient::Data, ""), QStringLiteral("d"));
+    QCOMPARE(found(NmosClient::Audio, ""), QStringLiteral("a1A"));
     QCOMPARE(receiver.host, node.host());
-    QVERIFY(!client.findReceiver(node.host(), NmosClient::Video, &receiver, audioId));
+    QCOMPARE(found(NmosClient::Audio, "a2"), QStringLiteral("a2"));
+    QCOMPARE(found(NmosClient::Audio, "a"), QString());
+    QCOMPARE(found(9, ""), QStringLiteral("vV"));
+    QCOMPARE(found(NmosClient::Video, "a1"), QString());
     QCOMPARE(receiver.id, QString());
 }
 
@@ -210,41 +287,41 @@ void TestNmosClient::fillsDeviceMembers()
     SimulatedNode node;
     node.setCollection(
         QStringLiteral("devices"),
-        json("[{'senders':null,'receivers':[7]}, {'senders':['v','a1','a2','d'],"
-             " 'receivers':['v','a1','a2']}, {'senders':['v','x'],'receivers':['v']}]"));
+        json("[{'senders':null,'receivers':[7]}, {'senders':['v','a1','a2','a3','d'],"
+             " 'receivers':['v','a1','a2','d']}, {'senders':['v','x'],'receivers':['v','x']}]"));
     node.setCollection(QStringLiteral("receivers"),
-                       json("[{'id':'x','format':'urn:x-nmos:format:data'},"
-                            " {'id':'a1','format':'urn:x-nmos:format:audio'},"
-                            " {'id':'a2','format':'urn:x-nmos:format:audio'}]"));
+                       json("[{'id':'a1','format':'urn:x-nmos:format:audio'},"
+                            " {'id':'a2','format':'urn:x-nmos:format:audio'},"
+                            " {'id':'d','format':'urn:x-nmos:format:data'},"
+                            " {'id':'x','format':'urn:x-nmos:format:data'}]"));
     node.setCollection(QStringLiteral("senders"),
                        json("[{'id':'a1','flow_id':'fa1'}, {'id':'a2','flow_id':'fa2'},"
-                            " {'id':'d','flow_id':'fd'}, {'id':'x','flow_id':'fx'}]"));
+                            " {'id':'a3','flow_id':'fa3'}, {'id':'d','flow_id':'fd'},"
+                            " {'id':'x','flow_id':'fx'}]"));
     node.setCollection(QStringLiteral("flows"),
-                       json("[{'id':'fa1','format':'urn:x-nmos:format:audio'},"
+                       json("[{'id':'fx','format':'urn:x-nmos:format:data'},"
+                            " {'id':'fa1','format':'urn:x-nmos:format:audio'},"
                             " {'id':'fa2','format':'urn:x-nmos:format:audio'},"
                             " {'id':'fd','format':'urn:x-nmos:format:data'},"
-                            " {'id':'fx','format':'urn:x-nmos:format:audio'}]"));
+                            " {'id':'fa3','format':'urn:x-nmos:format:audio'}]"));
     NmosClient client;
-    NmosClient::ReceiverLookup receiver{
-        QStringLiteral("v"), {}, node.host(), {}, QStringLiteral("kept")};
-    QVERIFY(client.fillDeviceReceivers(&receiver));
-    QCOMPARE(receiver.audioReceiverId, QStringLiteral("a2"));
-    QCOMPARE(receiver.dataReceiverId, QStringLiteral("kept"));
-
-    node.clearRequests();
+    NmosClient::ReceiverLookup receiver = receiverOf(node, QStringLiteral("v"));
     NmosClient::SenderLookup sender{QStringLiteral("v"), {}, {}, node.host(), {}, {}};
-    QVERIFY(client.fillDeviceSenders(&sender));
-    QCOMPARE(sender.audioSenderId, QStringLiteral("a2"));
-    QCOMPARE(sender.dataSenderId, QStringLiteral("d"));
-    QCOMPARE(node.requestLines(), (QStringList{get("devices"), get("senders"), get("flows")}));
+    const auto fill = [&] {
+        return client.fillDeviceReceivers(&receiver) && client.fillDeviceSenders(&sender);
+    };
+    QVERIFY(fill());
+    QCOMPARE(receiver.audioReceiverId + receiver.dataReceiverId, QStringLiteral("a2d"));
+    QCOMPARE(sender.audioSenderId + sender.dataSenderId, QStringLiteral("a2d"));
 
-    sender.id = QStringLiteral("in no device");
-    QVERIFY(client.fillDeviceSenders(&sender));
-    QCOMPARE(sender.audioSenderId, QString());
+    receiver.id = sender.id = QStringLiteral("in no device");
+    QVERIFY(fill());
+    QCOMPARE(receiver.audioReceiverId + receiver.dataReceiverId, QStringLiteral("a2d"));
+    QCOMPARE(sender.audioSenderId + sender.dataSenderId, QString());
 
-    node.setCollection(QStringLiteral("senders"), "[]");
     sender.audioSenderId = QStringLiteral("kept");
-    QVERIFY(!client.fillDeviceSenders(&sender));
+    node.setCollection(QStringLiteral("senders"), "[]");
+    QVERIFY(!fill());
     QCOMPARE(sender.audioSenderId, QStringLiteral("kept"));
 }
 
@@ -256,7 +333,7 @@ void TestNmosClient::connectsByteForByte()
     const QString receiverId = node.receiverIds(Essence::Video).value(0);
     const NmosClient::SenderLookup sender{
         QStringLiteral("s-1"), {}, node.baseUrl() + QStringLiteral("/sdp"), node.host(), {}, {}};
-    const NmosClient::ReceiverLookup receiver{receiverId, {}, node.host(), {}, {}};
+    const NmosClient::ReceiverLookup receiver = receiverOf(node, receiverId);
     const QString staged = SimulatedNode::receiverStagedPath(receiverId);
     node.setFault(staged, Fault::status(202));
     NmosClient client;
@@ -266,7 +343,7 @@ void TestNmosClient::connectsByteForByte()
              (QStringList{QStringLiteral("GET /sdp"), QStringLiteral("PATCH ") + staged,
                           QStringLiteral("PATCH ") + staged}));
     const auto patches = node.requests(QStringLiteral("PATCH"));
-    QCOMPARE(patches.at(0).contentType, QByteArray("application/json"));
+    QVERIFY(patches.at(0).headers.contains({"Content-Type", "application/json"}));
     QCOMPARE(
         patches.at(0).body,
         QByteArray(
@@ -292,6 +369,8 @@ void TestNmosClient::activatesASenderWithoutSdp_data()
         << Fault::untilActivated() << none << QStringList{get, patch, get} << true;
     QTest::newRow("an empty manifest is none")
         << Fault::body({}).times(1) << none << QStringList{get, patch, get} << true;
+    QTest::newRow("a redirect is no manifest")
+        << Fault::status(302, "v=0").times(1) << none << QStringList{get, patch, get} << true;
     QTest::newRow("the activation is refused")
         << Fault::status(404) << Fault::status(423) << QStringList{get, patch} << false;
     QTest::newRow("the manifest never appears")
@@ -310,8 +389,7 @@ void TestNmosClient::activatesASenderWithoutSdp()
     NmosClient client;
     NmosClient::SenderLookup sender;
     QVERIFY(client.findSender(tx.host(), NmosClient::Video, &sender, senderId));
-    const NmosClient::ReceiverLookup receiver{
-        rx.receiverIds(Essence::Video).value(0), {}, rx.host(), {}, {}};
+    const auto receiver = receiverOf(rx, rx.receiverIds(Essence::Video).value(0));
     tx.clearRequests();
     tx.setFault(SimulatedNode::manifestPath(senderId), manifestFault);
     tx.setFault(SimulatedNode::senderStagedPath(senderId), stagedFault);
@@ -355,37 +433,43 @@ void TestNmosClient::reportsRefusedPatches()
     NmosClient client;
     const QString before = QStringLiteral("as it was");
     QString error = before;
-    QTEST(client.disconnectReceiver({id, {}, node.host(), {}, {}}, &error), "accepted");
+    QTEST(client.disconnectReceiver(receiverOf(node, id), &error), "accepted");
     QCOMPARE(error != before, explained);
 }
 
 void TestNmosClient::readsStagedSdp_data()
 {
-    QTest::addColumn<QByteArray>("staged");
+    QTest::addColumn<Fault>("staged");
     QTest::addColumn<bool>("found");
     QTest::addColumn<QString>("sdp");
-    const QString untouched = QStringLiteral("untouched");
-    QTest::newRow("text") << json("{'transport_file':{'data':'v=0\\r\\n'}}") << true
-                          << QStringLiteral("v=0\r\n");
-    QTest::newRow("null") << json("{'transport_file':{'data':null}}") << false << untouched;
-    QTest::newRow("missing") << json("{'transport_file':{}}") << true << QString();
-    QTest::newRow("no string") << json("{'transport_file':{'data':[1]}}") << true << QString();
-    QTest::newRow("no transport file") << json("{'a':1}") << true << QString();
-    QTest::newRow("an empty object") << json("{}") << false << untouched;
-    QTest::newRow("an array") << json("[{}]") << false << untouched;
-    QTest::newRow("cut off") << json("{'transport_file':{'data':'v=") << false << untouched;
+    QTest::addColumn<int>("warnings");
+    const auto row = [](const char *title, const Fault &staged, bool found,
+                        const char *sdp = "untouched", int warnings = 0) {
+        QTest::newRow(title) << staged << found << QString::fromLatin1(sdp) << warnings;
+    };
+    const QByteArray text = json("{'transport_file':{'data':'v=0\\r\\n'}}");
+    row("text", Fault::body(text), true, "v=0\r\n");
+    row("null", Fault::body(json("{'transport_file':{'data':null}}")), false);
+    row("missing", Fault::body(json("{'transport_file':{}}")), true, "");
+    row("no string", Fault::body(json("{'transport_file':{'data':[1]}}")), true, "");
+    row("no transport file", Fault::body(json("{'a':1}")), true, "");
+    row("an empty object", Fault::body("{}"), false);
+    row("an array", Fault::body("[{}]"), false);
+    row("cut off", Fault::body(text.chopped(4)), false);
+    row("a redirect", Fault::status(302, text), false, "untouched", 1);
+    row("an error", Fault::status(404, text), false, "untouched", 1);
 }
 
 void TestNmosClient::readsStagedSdp()
 {
-    QFETCH(const QByteArray, staged);
-    SimulatedNode node(NodeDescription::receiver());
-    const QString id = node.receiverIds(Essence::Video).value(0);
-    node.setResource(SimulatedNode::receiverStagedPath(id), staged);
-    NmosClient client;
+    QFETCH(const Fault, staged);
+    SimulatedNode node;
+    node.setFault(SimulatedNode::receiverStagedPath(QStringLiteral("r")), staged);
+    const LogRecorder log;
     QString sdp = QStringLiteral("untouched");
-    QTEST(client.fetchReceiverSdp({id, {}, node.host(), {}, {}}, &sdp), "found");
+    QTEST(NmosClient().fetchReceiverSdp(receiverOf(node, QStringLiteral("r")), &sdp), "found");
     QTEST(sdp, "sdp");
+    QTEST(log.lines().filter(QStringLiteral("Unable to connect:")).size(), "warnings");
 }
 
 NODEPATCH_TEST_MAIN(TestNmosClient)

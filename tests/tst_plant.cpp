@@ -103,7 +103,6 @@ private slots:
     void waitsForNobodyWhenItEnds();
     void logsRequestsAsSent();
     void keepsPortAndStateOverARestart();
-    void carriesTheZoneOfALinkLocalAddress();
 
 private:
     const QString senders = SimulatedNode::collectionPath(QStringLiteral("senders"));
@@ -158,10 +157,8 @@ void TestPlant::answersAsTheApisSay_data()
     row("an unknown id", "GET", node + QStringLiteral("senders/%1"), {}, " 404 ");
     row("an unknown path", "GET", QStringLiteral("/%1"), {}, "\"code\":404");
     row("a method that a path does not have", "POST", node, {}, " 405 ");
-    row("a browser's question", "OPTIONS", staged, {}, "Access-Control-Allow-Methods: GET, PUT");
     row("constraints", "GET", receiver + QStringLiteral("/constraints"), {},
         R"("interface_ip":{"enum":["127.0.0.1"]})");
-    row("bulk requests", "POST", connection + QStringLiteral("bulk/receivers"), "[]", " 501 ");
     patch("a scheduled activation",
           R"({"activation":{"mode":"activate_scheduled_relative","requested_time":"1:0"}})",
           " 501 ");
@@ -348,21 +345,6 @@ void TestPlant::keepsPortAndStateOverARestart()
     Client client(node);
     client.exchange("GET", senders.chopped(1));
     QCOMPARE(client.body(), QByteArray("[7]"));
-}
-
-void TestPlant::carriesTheZoneOfALinkLocalAddress()
-{
-    const SimulatedNode node(NodeDescription::transmitter(),
-                             QHostAddress(QStringLiteral("fe80::1%vx0")));
-    if (!node.isListening()) {
-        QSKIP("no interface vx0 here; scripts/with-network makes one");
-    }
-    QCOMPARE(node.host(), QStringLiteral("fe80::1%vx0:%1").arg(node.port()));
-    QCOMPARE(node.baseUrl(),
-             QStringLiteral("http://[fe80::1%25vx0]:") + QString::number(node.port()));
-    Client client(node);
-    QVERIFY(
-        client.exchange("GET", senders).contains("\"manifest_href\":\"" + node.baseUrl().toUtf8()));
 }
 
 NODEPATCH_TEST_MAIN(TestPlant)

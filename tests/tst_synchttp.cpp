@@ -3,13 +3,13 @@
 #include "SimulatedNode.h"
 #include "nmos/RequestUrl.h"
 #include "nmos/SyncHttp.h"
+#include "support/LogRecorder.h"
+#include "support/RawServer.h"
 #include "support/TestMain.h"
 
-#include <QJsonDocument>
+#include <QJsonObject>
 #include <QNetworkAccessManager>
-#include <QTcpServer>
-#include <QTcpSocket>
-#include <QTimer>
+#include <QNetworkReply>
 
 #include <zlib.h>
 
@@ -34,17 +34,35 @@ class TestSyncHttp final : public QObject {
     Q_OBJECT
 
 private slots:
+    void init();
+    void cleanup();
     void normalizesUrls_data();
     void normalizesUrls();
-    void requestsNothingButHttp_data();
-    void requestsNothingButHttp();
+    void requestsHttpOnly_data();
+    void requestsHttpOnly();
     void refusesTheFifthNestedRequest();
     void endsAResponseThatIsTooLarge();
     void unpacksBodies_data();
     void unpacksBodies();
     void keepsPatchesOffStalledConnections();
-    void readsNothingOfAnAbortedReply();
+    void survivesTheEndOfItsManager();
+    void sendsNothingWhileTheProgramCloses();
+
+private:
+    std::unique_ptr<QNetworkAccessManager> manager;
 };
+
+void TestSyncHttp::init()
+{
+    manager = std::make_unique<QNetworkAccessManager>();
+}
+
+void TestSyncHttp::cleanup()
+{
+    // No reply outlives its request.
+    QTRY_VERIFY(!manager || manager->findChildren<QNetworkReply *>().isEmpty());
+    QCOMPARE(requestActivity().depth, 0);
+}
 
 void TestSyncHttp::normalizesUrls_data()
 {
@@ -56,6 +74,7 @@ void TestSyncHttp::normalizesUrls_data()
     row("an IPv6 host gets brackets", "http://fe80::1:8080/x?y#z", "http://[fe80::1]:8080/x?y#z");
     row("a last group that is no integer is no port", "http://fe80::a:b/", "http://[fe80::a:b]/");
     row("the authority may end the text", "http://::1:80", "http://[::1]:80");
+    row("a fragment may follow the authority", "http://::1:80#a", "http://[::1]:80#a");
     row("a query may follow the authority", "http://::1:80?a::b", "http://[::1]:80?a::b");
     row("a bracketed host stays", "http://[fe80::1]:8080/x", "http://[fe80::1]:8080/x");
     row("an IPv4 host stays", "http://10.0.0.5:80/a::b", "http://10.0.0.5:80/a::b");
@@ -79,26 +98,36 @@ void TestSyncHttp::normalizesUrls()
     QCOMPARE(normalizeUrl(normalized), normalized);
 }
 
-void TestSyncHttp::requestsNothingButHttp_data()
+void TestSyncHttp::requestsHttpOnly_data()
 {
-    QTest::addColumn<QString>("url");
-    QTest::newRow("a local file") << QStringLiteral("file:///etc/hostname");
-    QTest::newRow("a path") << QStringLiteral("/etc/hostname");
-    QTest::newRow("a resource of the program") << QStringLiteral("qrc:/src/styles/DarkBlue.qss");
-    QTest::newRow("inline data") << QStringLiteral("data:text/plain,v=0");
-    QTest::newRow("a host with a blank") << QStringLiteral("http://127.0.0.1:80 studio/x");
-    QTest::newRow("nothing") << QString();
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QUrl>("url"); // invalid: none
+    const auto row = [](const char *name, const char *text, const char *url = "") {
+        QTest::newRow(name) << QString::fromLatin1(text) << QUrl(QString::fromLatin1(url));
+    };
+    row("a secure address", "https://cam.local/x?y=%20", "https://cam.local/x?y=%20");
+    row("an address without its scheme", "192.0.2.1:80/x", "http://192.0.2.1:80/x");
+    row("an address among blanks", " http://192.0.2.1/x\n", "http://192.0.2.1/x");
+    row("a local file", "file:///etc/hostname");
+    row("a path", "/etc/hostname");
+    row("a resource of the program", "qrc:/src/styles/DarkBlue.qss");
+    row("inline data", "data:text/plain,v=0");
+    row("a host with a blank", "http://127.0.0.1:80 studio/x");
+    row("nothing", "");
 }
 
-void TestSyncHttp::requestsNothingButHttp()
+void TestSyncHttp::requestsHttpOnly()
 {
-    QFETCH(const QString, url);
-    QNetworkAccessManager manager;
-    int status = -1;
-    QString error;
-    QCOMPARE(syncGet(&manager, url, &status, &error), QByteArray());
-    QCOMPARE(status, -1);
-    QVERIFY(!error.isEmpty());
+    QFETCH(const QString, text);
+    QFETCH(const QUrl, url);
+    QCOMPARE(requestUrl(text), url);
+    if (!url.isValid()) {
+        int status = -1;
+        QString error;
+        QCOMPARE(syncGet(manager.get(), text, &status, &error), QByteArray());
+        QCOMPARE(status, -1);
+        QCOMPARE(error, QString(QStringLiteral("Not an HTTP address: ") + text));
+    }
 }
 
 void TestSyncHttp::refusesTheFifthNestedRequest()
@@ -107,28 +136,33 @@ void TestSyncHttp::refusesTheFifthNestedRequest()
     const QString path = QStringLiteral("/slow");
     node.setResource(path, "answer");
     node.setFault(path, Fault::hang());
-    QNetworkAccessManager manager;
     QByteArrayList bodies;
     std::function<void()> nest = [&] {
-        if (requestActivity().depth < maximumRequestDepth) {
-            QTimer::singleShot(0, &manager, nest);
-            bodies.append(syncGet(&manager, node.baseUrl() + path));
-            return;
-        }
         int status = -1;
         QString error;
-        QCOMPARE(syncGet(&manager, node.baseUrl() + path, &status, &error), QByteArray());
-        QCOMPARE(error, QStringLiteral("Reentrant call depth exceeded"));
-        error.clear();
-        QVERIFY(!syncPatchJson(&manager, QUrl(node.baseUrl()), {}, &status, &error));
-        QCOMPARE(error, QStringLiteral("Reentrant call depth exceeded"));
-        QCOMPARE(status, -1);
-        QCOMPARE(requestActivity().depth, maximumRequestDepth);
-        node.clearFaults();
+        const int depth = requestActivity().depth;
+        if (depth < maximumRequestDepth) {
+            QTimer::singleShot(0, manager.get(), nest);
+        }
+        if (depth < maximumRequestDepth - 1) {
+            bodies.append(syncGet(manager.get(), node.baseUrl() + path));
+        } else if (depth < maximumRequestDepth) {
+            // It leaves the connections of the others alone.
+            QVERIFY(!syncPatchJson(manager.get(), QUrl(node.baseUrl() + path), {}, &status));
+            QCOMPARE(status, 404);
+        } else {
+            QCOMPARE(syncGet(manager.get(), node.baseUrl() + path, &status, &error), QByteArray());
+            QCOMPARE(error, QStringLiteral("Reentrant call depth exceeded"));
+            error.clear();
+            QVERIFY(!syncPatchJson(manager.get(), QUrl(node.baseUrl()), {}, &status, &error));
+            QCOMPARE(error, QStringLiteral("Reentrant call depth exceeded"));
+            QCOMPARE(status, -1);
+            QCOMPARE(requestActivity().depth, 4);
+            node.clearFaults();
+        }
     };
     nest();
-    QCOMPARE(bodies, (QByteArrayList{"answer", "answer", "answer", "answer"}));
-    QCOMPARE(requestActivity().depth, 0);
+    QCOMPARE(bodies, (QByteArrayList{"answer", "answer", "answer"}));
     QCOMPARE(node.requests().size(), 4);
 }
 
@@ -136,17 +170,16 @@ void TestSyncHttp::endsAResponseThatIsTooLarge()
 {
     SimulatedNode node;
     node.setFault(QStringLiteral("/flood"), Fault::flood(0));
-    QNetworkAccessManager manager;
     int status = -1;
     QString error;
-    QCOMPARE(syncGet(&manager, node.baseUrl() + QStringLiteral("/flood"), &status, &error),
+    QCOMPARE(syncGet(manager.get(), node.baseUrl() + QStringLiteral("/flood"), &status, &error),
              QByteArray());
     QCOMPARE(status, -1);
     QCOMPARE(error, QStringLiteral("The response is too large"));
 
     // Qt's network thread has let go of it too, and serves the next request.
-    QVERIFY(!syncGet(&manager, node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"), &status,
-                     &error)
+    QVERIFY(!syncGet(manager.get(), node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"),
+                     &status, &error)
                  .isEmpty());
     QCOMPARE(status, 200);
 }
@@ -164,6 +197,10 @@ void TestSyncHttp::unpacksBodies_data()
     const QByteArray deflated = zlib(text).mid(2).chopped(4);
     QTest::newRow("not packed") << QByteArray("identity") << text << text << QString();
     QTest::newRow("gzip") << QByteArray("GZIP") << gzip(text) << text << QString();
+    QTest::newRow("gzip by its old name")
+        << QByteArray("x-gzip") << gzip(text) << text << QString();
+    QTest::newRow("nothing, but packed")
+        << QByteArray("gzip") << QByteArray() << QByteArray() << QString();
     QTest::newRow("deflate") << QByteArray("deflate") << zlib(text) << text << QString();
     QTest::newRow("deflate without its wrapper")
         << QByteArray("deflate") << deflated << text << QString();
@@ -184,9 +221,9 @@ void TestSyncHttp::unpacksBodies()
     QFETCH(QString, failure);
     SimulatedNode node;
     node.setFault(QStringLiteral("/packed"), Fault::body(body).encoded(encoding));
-    QNetworkAccessManager manager;
     QString error;
-    QCOMPARE(syncGet(&manager, node.baseUrl() + QStringLiteral("/packed"), nullptr, &error), text);
+    QCOMPARE(syncGet(manager.get(), node.baseUrl() + QStringLiteral("/packed"), nullptr, &error),
+             text);
     QCOMPARE(error, failure);
     QVERIFY(node.requests().constFirst().headers.contains({"Accept-Encoding", "gzip, deflate"}));
 }
@@ -195,45 +232,41 @@ void TestSyncHttp::keepsPatchesOffStalledConnections()
 {
     // Header and body of a PATCH leave in two segments: on a connection that was in use before, the
     // second would wait for a delayed acknowledgement. Each PATCH has a connection of its own.
-    QTcpServer server;
-    QVERIFY(server.listen(QHostAddress::LocalHost));
-    int connections = 0;
-    connect(&server, &QTcpServer::newConnection, this, [&server, &connections] {
-        ++connections;
-        QTcpSocket *socket = server.nextPendingConnection();
-        connect(socket, &QTcpSocket::readyRead, socket, [socket] {
-            const QByteArray end = socket->peek(3) == "GET" ? "\r\n\r\n" : "{}";
-            if (socket->peek(socket->bytesAvailable()).endsWith(end)) {
-                socket->readAll();
-                socket->write("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
-            }
-        });
-    });
-    QNetworkAccessManager manager;
-    const QString url = QStringLiteral("http://127.0.0.1:%1/").arg(server.serverPort());
-    syncGet(&manager, url);
-    QCOMPARE(connections, 1);
-    QVERIFY(syncPatchJson(&manager, QUrl(url), {}));
-    QCOMPARE(connections, 2);
+    const RawServer server(httpAnswer({}));
+    const QString url = QLatin1String("http://") + server.host();
+    syncGet(manager.get(), url);
+    QCOMPARE(server.connections, 1);
+    QVERIFY(syncPatchJson(manager.get(), QUrl(url), {}));
+    QCOMPARE(server.connections, 2);
 }
 
-void TestSyncHttp::readsNothingOfAnAbortedReply()
+void TestSyncHttp::survivesTheEndOfItsManager()
 {
-    static QStringList warnings;
-    const auto previous = qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext &, const QString &text) { warnings += text; });
-    SimulatedNode node;
-    node.setFault(QStringLiteral("*"), Fault::hang());
-    QNetworkAccessManager manager;
+    const RawServer silent;
     QString error;
-    QTimer::singleShot(0, &manager, [&manager, &node, &error] {
+    QTimer::singleShot(0, this, [this] { manager.reset(); });
+    syncGet(manager.get(), QLatin1String("http://") + silent.host(), nullptr, &error);
+    QCOMPARE(error, QStringLiteral("The request was dropped"));
+}
+
+void TestSyncHttp::sendsNothingWhileTheProgramCloses()
+{
+    const RawServer silent;
+    const QString url = QLatin1String("http://") + silent.host();
+    const LogRecorder log;
+    QStringList errors{{}, {}, {}};
+    QTimer::singleShot(0, this, [this, url, &errors] {
         QTimer::singleShot(0, qApp, &QCoreApplication::quit);
-        syncGet(&manager, node.baseUrl(), nullptr, &error);
+        syncGet(manager.get(), url, nullptr, &errors[0]);
+        QVERIFY(requestActivity().closing);
+        syncGet(manager.get(), url, nullptr, &errors[1]);
+        syncPatchJson(manager.get(), QUrl(url), {}, nullptr, &errors[2]);
     });
     QCoreApplication::exec();
-    qInstallMessageHandler(previous);
-    QCOMPARE(error, QStringLiteral("The program is closing"));
-    QCOMPARE(warnings, QStringList());
+    const QString closing = QStringLiteral("The program is closing");
+    QCOMPARE(errors, QStringList({closing, closing, closing}));
+    QVERIFY(!requestActivity().closing);
+    QCOMPARE(log.lines(), QStringList());
 }
 
 NODEPATCH_TEST_MAIN(TestSyncHttp)

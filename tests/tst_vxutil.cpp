@@ -2,13 +2,11 @@
 #include "ReleaseFeed.h"
 #include "VxUtil.h"
 
+#include "support/Certificate.h"
+#include "support/RawServer.h"
 #include "support/TestMain.h"
 
 #include <QScopeGuard>
-#include <QSslConfiguration>
-#include <QSslKey>
-#include <QSslSocket>
-#include <QTcpServer>
 
 namespace {
 
@@ -18,38 +16,23 @@ QUrl &feedAddress()
     return address;
 }
 
-// An HTTP server that sends the same bytes to everybody who has finished asking.
-class FeedServer final : public QTcpServer {
+// The feed's server. What it sends behind its answer comes again and again.
+class FeedServer final : public RawServer {
 public:
-    QByteArray answer; // empty: stays silent
-    QByteArray drip; // comes after the answer, again and again
-    QByteArray flood; // likewise, as fast as it is taken
-    QSslConfiguration tls; // null: plain HTTP
-    QByteArrayList requests;
-
     FeedServer()
     {
-        listen(QHostAddress::LocalHost);
-        feedAddress() = QUrl(QStringLiteral("http://127.0.0.1:%1/feed").arg(serverPort()));
+        closes = true;
+        feedAddress() = QUrl(QStringLiteral("http://%1/feed").arg(host()));
     }
+
+    QByteArray drip; // comes behind the answer
+    QByteArray flood; // likewise, as fast as it is taken
 
 protected:
-    void incomingConnection(qintptr descriptor) override
+    void reply(QSslSocket *socket) override
     {
-        auto *const socket = new QSslSocket(this);
-        socket->setSocketDescriptor(descriptor);
-        if (!tls.isNull()) {
-            socket->setSslConfiguration(tls);
-            socket->startServerEncryption();
-        }
-        connect(socket, &QSslSocket::readyRead, this, [this, socket] { serve(socket); });
-    }
-
-private:
-    void serve(QSslSocket *socket)
-    {
-        requests += socket->readAll();
-        socket->write(answer);
+        closes = drip.isEmpty() && flood.isEmpty() && !answer.isEmpty();
+        RawServer::reply(socket);
         if (!drip.isEmpty()) {
             auto *const timer = new QTimer(socket);
             connect(timer, &QTimer::timeout, socket, [this, socket] { socket->write(drip); });
@@ -57,21 +40,14 @@ private:
         } else if (!flood.isEmpty()) {
             connect(socket, &QSslSocket::bytesWritten, socket,
                     [this, socket] { socket->write(flood); });
-        } else if (!answer.isEmpty()) {
-            socket->disconnectFromHost();
         }
     }
 };
 
-QByteArray http(const QByteArray &body, const QByteArray &head = "200 OK")
+QByteArray release(const QByteArray &version, const QByteArray &download = "https://x.example/?a=b",
+                   const QByteArray &notes = "\"http://x.example/\u00e9\"")
 {
-    return "HTTP/1.1 " + head + "\r\nContent-Length: " + QByteArray::number(body.size())
-        + "\r\n\r\n" + body;
-}
-
-QByteArray release(const QByteArray &version, const QByteArray &download = "https://x.example/?a=b")
-{
-    return "{\"nodepatch\": {\"notes\": \"http://x.example/\u00e9\", \"version\": " + version
+    return "{\"nodepatch\": {\"notes\": " + notes + ", \"version\": " + version
         + ", \"download\": \"" + download + "\"}}";
 }
 
@@ -103,16 +79,18 @@ private slots:
                             const Version &installed = {8, 0, 180}) {
             QTest::newRow(name) << answer << expected << installed;
         };
-        row("a higher third number is newer", http(release("\"8.0.181\"")), VXUTIL_NEWER);
-        row("the same version is not newer", http(release("\"8.0.180\"")), VXUTIL_NOT_NEWER);
-        row("an older version is not newer", http(release("\"7.9.999\"")), VXUTIL_NOT_NEWER);
-        row("8.10.0 is newer than 8.9.0", http(release("\"8.10.0\"")), VXUTIL_NEWER, {8, 9, 0});
-        row("missing numbers count as zero", http(release("\"8.1.0.0\"")), VXUTIL_NOT_NEWER,
+        row("a higher third number is newer", httpAnswer(release("\"8.0.181\"")), VXUTIL_NEWER);
+        row("the same version is not newer", httpAnswer(release("\"8.0.180\"")), VXUTIL_NOT_NEWER);
+        row("an older version is not newer", httpAnswer(release("\"7.9.999\"")), VXUTIL_NOT_NEWER);
+        row("8.10.0 is newer than 8.9.0", httpAnswer(release("\"8.10.0\"")), VXUTIL_NEWER,
+            {8, 9, 0});
+        row("missing numbers count as zero", httpAnswer(release("\"8.1.0.0\"")), VXUTIL_NOT_NEWER,
             {8, 1, 0});
-        row("an application that the feed does not know", http("{\"other\": {}}"),
+        row("an application that the feed does not know", httpAnswer("{\"other\": {}}"),
             VXUTIL_NOT_NEWER);
         row("release notes may be missing",
-            http("{\"nodepatch\": {\"version\": \"9\", \"download\": \"https://x.example\"}}"),
+            httpAnswer(
+                "{\"nodepatch\": {\"version\": \"9\", \"download\": \"https://x.example\"}}"),
             VXUTIL_NEWER);
         row("a chunked answer behind a hint",
             "HTTP/1.1 103 Early Hints\r\nLink: </x>\r\n\r\n"
@@ -127,21 +105,29 @@ private slots:
             "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n7ffffffe\r\n{}",
             VXUTIL_NO_ANSWER);
         row("no HTTP", "SSH-2.0-OpenSSH\r\n\r\n", VXUTIL_NO_ANSWER);
-        row("a version with letters", http(release("\"8.1.0-beta\"")), VXUTIL_BAD_FEED);
-        row("a version with a sign", http(release("\"9.+1\"")), VXUTIL_BAD_FEED);
-        row("a number past 31 bits", http(release("\"9.4294967304.0\"")), VXUTIL_BAD_FEED);
-        row("a version that is a number", http(release("9.1")), VXUTIL_BAD_FEED);
-        row("a download by FTP", http(release("\"9.0\"", "ftp://x.example/")), VXUTIL_BAD_FEED);
-        row("not JSON", http("<html>"), VXUTIL_BAD_FEED);
-        row("a feed of more than 64 KiB", http(release("\"9.0\"").leftJustified(65537)),
+        row("a version with letters", httpAnswer(release("\"8.1.0-beta\"")), VXUTIL_BAD_FEED);
+        row("a version with a sign", httpAnswer(release("\"9.+1\"")), VXUTIL_BAD_FEED);
+        row("a number past 31 bits", httpAnswer(release("\"9.4294967304.0\"")), VXUTIL_BAD_FEED);
+        row("a version that is a number", httpAnswer(release("9.1")), VXUTIL_BAD_FEED);
+        row("a download by FTP", httpAnswer(release("\"9.0\"", "ftp://x.example/")),
+            VXUTIL_BAD_FEED);
+        row("a download without a host", httpAnswer(release("\"9.0\"", "https:///x")),
+            VXUTIL_BAD_FEED);
+        row("release notes that are null", httpAnswer(release("\"9.0\"", "https://x", "null")),
+            VXUTIL_BAD_FEED);
+        row("not JSON", httpAnswer("<html>"), VXUTIL_BAD_FEED);
+        row("a feed of more than 64 KiB", httpAnswer(release("\"9.0\"").leftJustified(65537)),
             VXUTIL_BAD_FEED);
         row("a head of more than 64 KiB",
-            http(release("\"9.0\""), "200 OK" + QByteArray("\r\nSet-Cookie: a=b").repeated(20000)),
+            httpAnswer(release("\"9.0\""),
+                       "200 OK" + QByteArray("\r\nSet-Cookie: a=b").repeated(20000)),
             VXUTIL_BAD_FEED);
-        row("an error status with a good body", http(release("\"9.0\""), "404 Gone"),
+        row("an error status with a good body", httpAnswer(release("\"9.0\""), "404 Gone"),
             VXUTIL_REFUSED);
-        row("a redirect to a file", http("", "302 Found\r\nLocation: file:///x"), VXUTIL_REFUSED);
-        row("a body that breaks off", http(release("\"9.0\"") + " ").chopped(1), VXUTIL_NO_ANSWER);
+        row("a redirect to a file", httpAnswer("", "302 Found\r\nLocation: file:///x"),
+            VXUTIL_REFUSED);
+        row("a body that breaks off", httpAnswer(release("\"9.0\"") + " ").chopped(1),
+            VXUTIL_NO_ANSWER);
     }
 
     void judgesTheFeed()
@@ -156,7 +142,7 @@ private slots:
     void handsOutTheRelease()
     {
         FeedServer server;
-        server.answer = http(release("\"8.1\""));
+        server.answer = httpAnswer(release("\"8.1\""));
         const char *version = nullptr;
         const char *download = nullptr;
         const char *notes = nullptr;
@@ -166,14 +152,15 @@ private slots:
         QCOMPARE(QByteArray(download), QByteArray("https://x.example/?a=b"));
         QCOMPARE(QByteArray(notes), QByteArray("http://x.example/%C3%A9"));
         QCOMPARE(server.requests.size(), 1);
-        QVERIFY(server.requests.first().startsWith("GET /feed HTTP/1.1\r\n"));
+        const QByteArray host = server.host().toLatin1();
+        QVERIFY(server.requests.first().startsWith("GET /feed HTTP/1.1\r\nHost: " + host + "\r\n"));
         QVERIFY2(!server.requests.first().contains("nodepatch"), "the feed learns who asks");
     }
 
     void hasNothingToSay()
     {
         FeedServer server;
-        server.answer = http(release("\"8.0.180\""));
+        server.answer = httpAnswer(release("\"8.0.180\""));
         const char *version = "a";
         const char *download = "b";
         const char *notes = "c";
@@ -187,20 +174,33 @@ private slots:
         QCOMPARE(ask(), VXUTIL_NOT_NEWER);
     }
 
-    void followsARedirect()
+    void followsRedirects_data()
     {
+        QTest::addColumn<QByteArray>("status");
+        QTest::addColumn<int>("expected");
+        for (const char *status : {"301", "302", "303", "307", "308"}) {
+            QTest::newRow(status) << QByteArray(status) << static_cast<int>(VXUTIL_NEWER);
+        }
+        QTest::newRow("a choice") << QByteArray("300") << static_cast<int>(VXUTIL_REFUSED);
+    }
+
+    void followsRedirects()
+    {
+        QFETCH(const QByteArray, status);
         FeedServer target;
-        target.answer = http(release("\"9.0\""));
+        target.answer = httpAnswer(release("\"9.0\""));
         const QByteArray location = feedAddress().toEncoded();
         FeedServer server;
-        server.answer = http("", "301 Moved\r\nLocation: " + location);
-        QCOMPARE(ask(), VXUTIL_NEWER);
+        server.answer = httpAnswer("", status + " Moved\r\nLocation: " + location + "#here");
+        QTEST(static_cast<int>(ask()), "expected");
+        QCOMPARE(target.requestLines(),
+                 status == "300" ? QStringList() : QStringList(QStringLiteral("GET /feed")));
     }
 
     void endsARoundOfRedirects()
     {
         FeedServer server;
-        server.answer = http("", "302 Found\r\nLocation: /feed?again");
+        server.answer = httpAnswer("", "302 Found\r\nLocation: /feed?again");
         QCOMPARE(ask(), VXUTIL_REFUSED);
         QCOMPARE(server.requests.size(), 4);
         QVERIFY(server.requests.last().startsWith("GET /feed?again HTTP/1.1\r\n"));
@@ -215,10 +215,11 @@ private slots:
             << QUrl(QStringLiteral("http://feed.example/a?b"))
             << QByteArray("GET http://feed.example/a?b HTTP/1.1\r\nHost: feed.example\r\n"
                           "Proxy-Authorization: Basic dXNlcjpzZWNyZXQ=\r\n")
-            << int(VXUTIL_NEWER);
+            << static_cast<int>(VXUTIL_NEWER);
         QTest::newRow("https: the proxy is asked for a connection")
             << QUrl(QStringLiteral("https://feed.example/a"))
-            << QByteArray("CONNECT feed.example:443 HTTP/1.1\r\n") << int(VXUTIL_NO_ANSWER);
+            << QByteArray("CONNECT feed.example:443 HTTP/1.1\r\n")
+            << static_cast<int>(VXUTIL_NO_ANSWER);
     }
 
     void goesThroughTheSystemsProxy()
@@ -226,7 +227,7 @@ private slots:
         QFETCH(const QUrl, feed);
         QFETCH(const QByteArray, request);
         FeedServer proxy;
-        proxy.answer = http(release("\"9.0\""));
+        proxy.answer = httpAnswer(release("\"9.0\""));
         const QByteArray address = "http://user:secret@" + feedAddress().authority().toLatin1();
         qputenv("http_proxy", address);
         qputenv("https_proxy", address);
@@ -235,7 +236,7 @@ private slots:
             qunsetenv("https_proxy");
         });
         feedAddress() = feed;
-        QTEST(int(ask()), "expected");
+        QTEST(static_cast<int>(ask()), "expected");
         const QByteArray sent = proxy.requests.value(0);
         QVERIFY2(sent.startsWith(request), sent.constData());
     }
@@ -287,42 +288,38 @@ private slots:
             expected);
         const qint64 took = clock.elapsed();
         QVERIFY2(endsBySize || (took >= 200 && took < 1500), qPrintable(QString::number(took)));
-        QCOMPARE(server.requests.size(), 1); // it was this server that kept it waiting
+        QCOMPARE(server.connections, 1); // it was this server that kept it waiting
+    }
+
+    void waitsForThreeSeconds()
+    {
+        const FeedServer silent;
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(ask(), VXUTIL_NO_ANSWER);
+        const qint64 took = clock.elapsed();
+        QVERIFY2(took >= 3000 && took < 6000, qPrintable(QString::number(took)));
     }
 
     void trustsOnlyKnownCertificates()
     {
-        const QTemporaryDir directory;
-        QProcess openssl;
-        openssl.setWorkingDirectory(directory.path());
-        openssl.start(
-            QStringLiteral("openssl"),
-            QStringLiteral("req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=test "
-                           "-addext subjectAltName=IP:127.0.0.1 -keyout key -out certificate")
-                .split(QLatin1Char(' ')));
-        QVERIFY2(openssl.waitForFinished() && openssl.exitCode() == 0,
-                 "the openssl command is needed");
-        QFile key(directory.filePath(QStringLiteral("key")));
-        QVERIFY(key.open(QIODevice::ReadOnly));
-        const auto chain =
-            QSslCertificate::fromPath(directory.filePath(QStringLiteral("certificate")));
-
+        const Certificate certificate;
+        QVERIFY2(!certificate.chain.isEmpty(), "the openssl command is needed");
+        FeedServer plain;
+        plain.answer = httpAnswer(release("\"9.0\""));
+        const QByteArray elsewhere = feedAddress().toEncoded();
         FeedServer server;
         feedAddress().setScheme(QStringLiteral("https"));
-        server.answer = http(release("\"9.0\""));
-        server.tls = QSslConfiguration::defaultConfiguration();
-        server.tls.setPrivateKey(QSslKey(&key, QSsl::Rsa));
-        server.tls.setLocalCertificateChain(chain);
+        server.answer = plain.answer;
+        server.tls = certificate.server;
         QCOMPARE(ask(), VXUTIL_NO_ANSWER);
         QVERIFY(server.requests.isEmpty());
-
-        const QSslConfiguration before = QSslConfiguration::defaultConfiguration();
-        const auto restore =
-            qScopeGuard([&before] { QSslConfiguration::setDefaultConfiguration(before); });
-        QSslConfiguration trusting = before;
-        trusting.addCaCertificates(chain);
-        QSslConfiguration::setDefaultConfiguration(trusting);
+        certificate.trust();
         QCOMPARE(ask(), VXUTIL_NEWER);
+        // What is asked over TLS is not answered without.
+        server.answer = httpAnswer("", "302 Found\r\nLocation: " + elsewhere);
+        QCOMPARE(ask(), VXUTIL_REFUSED);
+        QVERIFY(plain.requests.isEmpty());
     }
 };
 

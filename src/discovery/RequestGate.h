@@ -14,7 +14,8 @@ class QNetworkReply;
 // 64 requests wait for their answers at a time. One that has had none for a second gives up its
 // place and goes on: hanging nodes hold up those behind them by a second for every 64, and no
 // longer. What has begun and not ended, hanging or not, never takes more than half of the
-// process's descriptors; when it does, the others wait until some end.
+// process's descriptors; when it does, the others wait until some end. Not counted is what Qt keeps
+// of a connection that has failed: its descriptor, for two more minutes.
 class RequestGate final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(RequestGate)

@@ -161,7 +161,7 @@ void HostilePlant::setFault(Dice &dice)
     const Fault fault = dice.pick(faults);
     node.setFault(path, fault);
     record->count(QStringLiteral("plant: fault %1").arg(static_cast<int>(fault.kind)));
-    undoLater(dice, [&node, path] { node.clearFault(path); });
+    undoLater(dice, [&node, path] { node.clearFaults(path); });
 }
 
 void HostilePlant::setBody(Dice &dice)
@@ -195,7 +195,7 @@ void HostilePlant::alterSenders(Dice &dice)
         sender.insert(QLatin1String("label"), dice.pick(hostileTexts()));
         altered.append(sender);
     }
-    node.setCollection(QStringLiteral("senders"), altered);
+    node.setCollection(QStringLiteral("senders"), toJson(altered));
     record->count(QStringLiteral("plant: manifests elsewhere, hostile labels"));
     undoLater(dice, [&node] { node.clearResources(); });
 }

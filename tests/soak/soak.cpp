@@ -12,6 +12,7 @@
 #include "Operator.h"
 #include "Side.h"
 #include "Watch.h"
+#include "net/Descriptors.h"
 #include "nmos/SyncHttp.h"
 
 #include <QApplication>
@@ -125,7 +126,7 @@ int main(int argc, char **argv)
     Application::setIdentity();
     Application::setAppearance();
     Application::endWithLastWindow();
-    Plant::raiseFileLimit();
+    Descriptors::raiseLimit();
     // The program logs thousands of warnings about these nodes.
     qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
         if (type == QtCriticalMsg || type == QtFatalMsg) {

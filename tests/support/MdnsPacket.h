@@ -66,11 +66,11 @@ public:
         return *this;
     }
 
-    // An SRV record. host is dotted.
+    // An SRV record. host is dotted; rank has the priority in its upper half, the weight below.
     Packet &target(const QByteArray &owner, const QByteArray &host, quint16 port,
-                   quint32 ttl = hour, quint16 weight = 0)
+                   quint32 ttl = hour, quint32 rank = 0)
     {
-        return add(owner, Srv, bigEndian(weight, 4) + bigEndian(port, 2) + name(host), ttl);
+        return add(owner, Srv, bigEndian(rank, 4) + bigEndian(port, 2) + name(host), ttl);
     }
 
     // A TXT record; without strings it holds one empty string (RFC 6763, 6.1).
@@ -125,6 +125,43 @@ inline std::unique_ptr<QUdpSocket> boundSocket(QAbstractSocket::NetworkLayerProt
                                                            : QHostAddress::AnyIPv6,
                  5353, QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
     return socket;
+}
+
+constexpr char nodeType[] = "_nmos-node._tcp.local";
+
+// The full name of a service, in wire form; type is dotted.
+inline QByteArray instance(const QByteArray &name, const QByteArray &type = nodeType)
+{
+    return label(name) + Mdns::name(type);
+}
+
+// The pointer from the type to a service of that name.
+inline Packet pointer(const QByteArray &instanceName, quint32 ttl = hour,
+                      const QByteArray &type = nodeType)
+{
+    return Packet().add(name(type), Ptr, instance(instanceName, type), ttl);
+}
+
+// All that announces a service at "cam1.local"; with the ttl of a goodbye, all that withdraws it.
+inline Packet service(const QByteArray &instanceName, const QByteArrayList &strings = {"a=1"},
+                      quint32 ttl = hour, quint16 port = 80, const QByteArray &type = nodeType)
+{
+    return pointer(instanceName, ttl, type)
+        .target(instance(instanceName, type), "cam1.local", port, ttl)
+        .text(instance(instanceName, type), strings, ttl);
+}
+
+inline Packet alias(const QByteArray &owner, const QByteArray &target)
+{
+    return Packet().add(name(owner), CName, name(target));
+}
+
+// The packet with one more question or record. countAt is where in the packet it is counted: 5 for
+// questions, 9 for the authority section, 11 for the additional one.
+inline QByteArray amended(QByteArray packet, int countAt, const QByteArray &what)
+{
+    packet[countAt] = 1;
+    return countAt == 5 ? packet.insert(12, what) : packet + what;
 }
 
 // Hears what is asked on every link over one IP version.

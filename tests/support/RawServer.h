@@ -1,21 +1,17 @@
 #pragma once
 
+#include <QSslConfiguration>
+#include <QSslSocket>
 #include <QTcpServer>
-#include <QTcpSocket>
 
 // Gives every HTTP request the same bytes for an answer, and keeps what it was asked, byte for
 // byte. Lives on the thread that makes it, so that thread must run its event loop while it waits.
-class RawServer final : public QTcpServer {
+class RawServer : public QTcpServer {
 public:
-    explicit RawServer(const QByteArray &always,
+    explicit RawServer(const QByteArray &always = {},
                        const QHostAddress &address = QHostAddress::LocalHost)
         : answer(always)
     {
-        connect(this, &QTcpServer::newConnection, this, [this] {
-            ++connections;
-            QTcpSocket *const socket = nextPendingConnection();
-            connect(socket, &QTcpSocket::readyRead, this, [this, socket] { serve(socket); });
-        });
         listen(address);
     }
 
@@ -34,17 +30,40 @@ public:
     }
 
     QByteArray answer; // empty: hangs
+    bool closes = false; // ends the connection behind the answer
+    QSslConfiguration tls; // null: plain HTTP
     QByteArrayList requests;
     int connections = 0;
 
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        ++connections;
+        auto *const socket = new QSslSocket(this);
+        socket->setSocketDescriptor(descriptor);
+        if (!tls.isNull()) {
+            socket->setSslConfiguration(tls);
+            socket->startServerEncryption();
+        }
+        connect(socket, &QSslSocket::readyRead, this, [this, socket] { serve(socket); });
+    }
+
+    virtual void reply(QSslSocket *socket)
+    {
+        socket->write(answer);
+        if (closes) {
+            socket->disconnectFromHost();
+        }
+    }
+
 private:
-    void serve(QTcpSocket *socket)
+    void serve(QSslSocket *socket)
     {
         // A body of JSON ends its request; it arrives behind its head.
         const QByteArray end = socket->peek(5) == "PATCH" ? "}" : "\r\n\r\n";
         if (socket->peek(socket->bytesAvailable()).endsWith(end)) {
             requests += socket->readAll();
-            socket->write(answer);
+            reply(socket);
         }
     }
 };

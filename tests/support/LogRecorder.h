@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QByteArray>
+#include <QStringList>
+#include <QtGlobal>
+
+// Takes what is logged in one category, as long as it lives; what others log is dropped.
+class LogRecorder final {
+    Q_DISABLE_COPY_MOVE(LogRecorder)
+
+public:
+    explicit LogRecorder(const QByteArray &category = "default")
+        : previous(qInstallMessageHandler(take))
+    {
+        wanted() = category;
+        lines().clear();
+    }
+    ~LogRecorder()
+    {
+        qInstallMessageHandler(previous);
+    }
+
+    // What was logged so far, as in "warning: text".
+    static QStringList &lines()
+    {
+        static QStringList logged;
+        return logged;
+    }
+
+private:
+    static QByteArray &wanted()
+    {
+        static QByteArray category;
+        return category;
+    }
+
+    static void take(QtMsgType level, const QMessageLogContext &context, const QString &text)
+    {
+        if (context.category == wanted()) {
+            lines() += QLatin1String(level == QtInfoMsg ? "info: " : "warning: ") + text;
+        }
+    }
+
+    const QtMessageHandler previous;
+};
