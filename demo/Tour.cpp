@@ -247,7 +247,11 @@ private:
             services->setCurrentIndex(services->model()->index(0, 0));
             return waitFor([addresses] { return addresses->count() > 0; }, 2s);
         };
-        if (!resolves() && !resolves() && !resolves()) {
+        bool resolved = false;
+        for (int attempt = 0; attempt < 3 && !resolved; ++attempt) {
+            resolved = resolves();
+        }
+        if (!resolved) {
             return fail(QStringLiteral("the host name of the selected service does not resolve"));
         }
         const auto *attributes = browser->findChild<QTableWidget *>();

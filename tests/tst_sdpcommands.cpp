@@ -167,8 +167,8 @@ void TestSdpCommands::followsTheChosenDevice()
     // Disconnecting goes by the node: its first device with video.
     w.press(QStringLiteral("Disconnect Rx"));
     QStringList released;
-    const auto patches = rx.requests(QStringLiteral("PATCH"));
-    for (const LoggedRequest &patch : patches.mid(3)) {
+    const auto patches = rx.requests(QStringLiteral("PATCH")).mid(3);
+    for (const LoggedRequest &patch : patches) {
         released.append(patch.path);
     }
     QStringList first;
