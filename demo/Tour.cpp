@@ -6,7 +6,6 @@
 #include "MainWindow.h"
 #include "WindowDriver.h"
 #include "discovery/BrowserWindow.h"
-#include "widgets/SdpDialog.h"
 
 #include <QAbstractButton>
 #include <QAbstractItemView>
@@ -14,6 +13,7 @@
 #include <QClipboard>
 #include <QComboBox>
 #include <QCommandLineParser>
+#include <QDialog>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFrame>
@@ -107,6 +107,7 @@ public:
     {
         say(QStringLiteral("The window is open."));
         shoot(window, QStringLiteral("start"));
+        lookAround();
         return (discover ? findNodes() : enterAddresses())
             && press(connectCommand, QStringLiteral("connected"), 3) && showSdp()
             && press(disconnectCommand, QStringLiteral("disconnected"), 0)
@@ -139,6 +140,33 @@ private:
             screenshots.filePath(QStringLiteral("%1-%2.png").arg(++shots).arg(name));
         picture.save(path);
         say(QStringLiteral("    screenshot: ") + path);
+    }
+
+    // What else can be opened.
+    void lookAround()
+    {
+        auto *about = window->findChild<QFrame *>(QStringLiteral("aboutPanel"));
+        driver.press(QStringLiteral("About"));
+        shoot(about, QStringLiteral("about"));
+        answerDialog(QStringLiteral("Add Device"), [this](QDialog *dialog) {
+            shoot(dialog, QStringLiteral("add-device"));
+            dialog->reject();
+        });
+    }
+
+    // Presses a button that opens a modal dialog, and answers it. The button's command returns when
+    // the dialog has been closed.
+    void answerDialog(const QString &button, const std::function<void(QDialog *)> &answer)
+    {
+        QTimer timer;
+        QObject::connect(&timer, &QTimer::timeout, window, [&answer] {
+            auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+            if (dialog && !qobject_cast<QMessageBox *>(dialog)) {
+                answer(dialog);
+            }
+        });
+        timer.start(std::chrono::milliseconds(100));
+        driver.press(button);
     }
 
     bool enterAddresses()
@@ -192,22 +220,15 @@ private:
         return true;
     }
 
-    // The dialog is modal: a timer looks at it and presses its buttons.
     bool showSdp()
     {
         say(QStringLiteral("Pressing the transmitter's \"Show SDP…\"."));
-        QTimer timer;
-        QObject::connect(&timer, &QTimer::timeout, window, [this] {
-            auto *dialog = qobject_cast<SdpDialog *>(QApplication::activeModalWidget());
-            if (dialog) {
-                shoot(dialog, QStringLiteral("sdp"));
-                WindowDriver::press(dialog, QStringLiteral("Copy SDP"));
-                WindowDriver::press(dialog, QStringLiteral("Close"));
-            }
-        });
-        timer.start(std::chrono::milliseconds(100));
         BoxWatch watch;
-        driver.press(QStringLiteral("Transmitter IP: show SDP"));
+        answerDialog(QStringLiteral("Transmitter IP: show SDP"), [this](QDialog *dialog) {
+            shoot(dialog, QStringLiteral("sdp"));
+            WindowDriver::press(dialog, QStringLiteral("Copy SDP"));
+            WindowDriver::press(dialog, QStringLiteral("Close"));
+        });
         const QString text = QGuiApplication::clipboard()->text();
         const auto essences = text.count(QLatin1String("v=0"));
         say(QStringLiteral("The clipboard holds %1 session descriptions of %2 characters in all.")
