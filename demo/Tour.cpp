@@ -107,10 +107,9 @@ public:
     {
         say(QStringLiteral("The window is open."));
         shoot(window, QStringLiteral("start"));
-        lookAround();
         return (discover ? findNodes() : enterAddresses())
             && press(connectCommand, QStringLiteral("connected"), 3) && showSdp()
-            && press(disconnectCommand, QStringLiteral("disconnected"), 0)
+            && press(disconnectCommand, QStringLiteral("disconnected"), 0) && lookAround()
             && (!discover || browse());
     }
 
@@ -143,15 +142,18 @@ private:
     }
 
     // What else can be opened.
-    void lookAround()
+    bool lookAround()
     {
         auto *about = window->findChild<QFrame *>(QStringLiteral("aboutPanel"));
         driver.press(QStringLiteral("About"));
         shoot(about, QStringLiteral("about"));
-        answerDialog(QStringLiteral("Add Device"), [this](QDialog *dialog) {
+        bool opened = false;
+        answerDialog(QStringLiteral("Add Device"), [this, &opened](QDialog *dialog) {
+            opened = true;
             shoot(dialog, QStringLiteral("add-device"));
             dialog->reject();
         });
+        return opened || fail(QStringLiteral("\"Add Device\" opens no dialog"));
     }
 
     // Presses a button that opens a modal dialog, and answers it. The button's command returns when
