@@ -6,7 +6,6 @@
 #include "MainWindow.h"
 #include "WindowDriver.h"
 #include "discovery/BrowserWindow.h"
-#include "widgets/SdpDialog.h"
 
 #include <QAbstractButton>
 #include <QAbstractItemView>
@@ -14,6 +13,7 @@
 #include <QClipboard>
 #include <QComboBox>
 #include <QCommandLineParser>
+#include <QDialog>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFrame>
@@ -109,7 +109,7 @@ public:
         shoot(window, QStringLiteral("start"));
         return (discover ? findNodes() : enterAddresses())
             && press(connectCommand, QStringLiteral("connected"), 3) && showSdp()
-            && press(disconnectCommand, QStringLiteral("disconnected"), 0)
+            && press(disconnectCommand, QStringLiteral("disconnected"), 0) && lookAround()
             && (!discover || browse());
     }
 
@@ -139,6 +139,36 @@ private:
             screenshots.filePath(QStringLiteral("%1-%2.png").arg(++shots).arg(name));
         picture.save(path);
         say(QStringLiteral("    screenshot: ") + path);
+    }
+
+    // What else can be opened.
+    bool lookAround()
+    {
+        auto *about = window->findChild<QFrame *>(QStringLiteral("aboutPanel"));
+        driver.press(QStringLiteral("About"));
+        shoot(about, QStringLiteral("about"));
+        bool opened = false;
+        answerDialog(QStringLiteral("Add Device"), [this, &opened](QDialog *dialog) {
+            opened = true;
+            shoot(dialog, QStringLiteral("add-device"));
+            dialog->reject();
+        });
+        return opened || fail(QStringLiteral("\"Add Device\" opens no dialog"));
+    }
+
+    // Presses a button that opens a modal dialog, and answers it. The button's command returns when
+    // the dialog has been closed.
+    void answerDialog(const QString &button, const std::function<void(QDialog *)> &answer)
+    {
+        QTimer timer;
+        QObject::connect(&timer, &QTimer::timeout, window, [&answer] {
+            auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+            if (dialog && !qobject_cast<QMessageBox *>(dialog)) {
+                answer(dialog);
+            }
+        });
+        timer.start(std::chrono::milliseconds(100));
+        driver.press(button);
     }
 
     bool enterAddresses()
@@ -192,22 +222,15 @@ private:
         return true;
     }
 
-    // The dialog is modal: a timer looks at it and presses its buttons.
     bool showSdp()
     {
         say(QStringLiteral("Pressing the transmitter's \"Show SDP…\"."));
-        QTimer timer;
-        QObject::connect(&timer, &QTimer::timeout, window, [this] {
-            auto *dialog = qobject_cast<SdpDialog *>(QApplication::activeModalWidget());
-            if (dialog) {
-                shoot(dialog, QStringLiteral("sdp"));
-                WindowDriver::press(dialog, QStringLiteral("Copy SDP"));
-                WindowDriver::press(dialog, QStringLiteral("Close"));
-            }
-        });
-        timer.start(std::chrono::milliseconds(100));
         BoxWatch watch;
-        driver.press(QStringLiteral("Transmitter IP: show SDP"));
+        answerDialog(QStringLiteral("Transmitter IP: show SDP"), [this](QDialog *dialog) {
+            shoot(dialog, QStringLiteral("sdp"));
+            WindowDriver::press(dialog, QStringLiteral("Copy SDP"));
+            WindowDriver::press(dialog, QStringLiteral("Close"));
+        });
         const QString text = QGuiApplication::clipboard()->text();
         const auto essences = text.count(QLatin1String("v=0"));
         say(QStringLiteral("The clipboard holds %1 session descriptions of %2 characters in all.")

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QFile>
+#include <QFont>
 #include <QIcon>
 #if QT_CONFIG(opengl)
 #include <QOpenGLContext>
@@ -56,6 +57,10 @@ void setAppearance()
     QApplication::setWindowIcon(icon);
     QGuiApplication::setDesktopFileName(Identity::desktopId());
     QApplication::setStyle(QStringLiteral("Fusion"));
+#ifdef Q_OS_WIN
+    // Qt 5 takes the font of Windows 2000 for everything but messages and menus.
+    QApplication::setFont(QApplication::font("QMessageBox"));
+#endif
 
     QFile sheet(QStringLiteral(":/src/styles/DarkBlue.qss"));
     if (sheet.open(QIODevice::ReadOnly | QIODevice::Text)) {

@@ -15,7 +15,8 @@ void goWithoutOpenGl();
 // Organisation, domain and name: where the settings live.
 void setIdentity();
 
-// Window icon, style and style sheet. What is missing from the resources is left out silently.
+// Window icon, style, font and style sheet. What is missing from the resources is left out
+// silently.
 void setAppearance();
 
 // Makes the event loop end as soon as the last window closes. By itself Qt only posts an event to
