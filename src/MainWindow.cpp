@@ -127,7 +127,6 @@ QWidget *MainWindow::buildNodeRow(const QString &title, QComboBox *&combo, Light
     // The two rows look alike; a screen reader tells them apart by these.
     label->setBuddy(combo);
     combo->setAccessibleName(title);
-    combo->lineEdit()->setAccessibleName(title);
     light->setAccessibleName(title + QStringLiteral(" status"));
     sdpButton->setAccessibleName(title + QStringLiteral(": show SDP"));
 
