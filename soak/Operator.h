@@ -3,7 +3,7 @@
 #include "Dice.h"
 #include "Plant.h"
 #include "WindowDriver.h"
-#include "nmos/SyncHttp.h"
+#include "net/SyncHttp.h"
 
 #include <QAbstractButton>
 #include <QApplication>

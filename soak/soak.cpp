@@ -11,7 +11,7 @@
 #include "MainWindow.h"
 #include "Operator.h"
 #include "net/Descriptors.h"
-#include "nmos/SyncHttp.h"
+#include "net/SyncHttp.h"
 
 #include <QApplication>
 #include <QDialog>
