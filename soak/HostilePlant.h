@@ -2,7 +2,7 @@
 
 #include "Announcer.h"
 #include "Plant.h"
-#include "support/MdnsPacket.h"
+#include "MdnsPacket.h"
 
 #include <QSemaphore>
 
