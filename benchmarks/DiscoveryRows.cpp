@@ -7,7 +7,7 @@
 #include "Rows.h"
 #include "SimulatedNode.h"
 #include "WindowDriver.h"
-#include "nmos/SyncHttp.h"
+#include "net/SyncHttp.h"
 
 #include <qmdnsengine/browser.h>
 #include <qmdnsengine/cache.h>

@@ -3,7 +3,7 @@
 #include "MainWindow.h"
 #include "Plant.h"
 #include "Side.h"
-#include "nmos/SyncHttp.h"
+#include "net/SyncHttp.h"
 
 #include <QAbstractButton>
 #include <QAbstractItemView>

@@ -1,7 +1,7 @@
 #include "Watch.h"
 
 #include "Side.h"
-#include "nmos/SyncHttp.h"
+#include "net/SyncHttp.h"
 
 #include <QFile>
 #include <QTextStream>

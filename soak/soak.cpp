@@ -13,7 +13,7 @@
 #include "Side.h"
 #include "Watch.h"
 #include "net/Descriptors.h"
-#include "nmos/SyncHttp.h"
+#include "net/SyncHttp.h"
 
 #include <QApplication>
 #include <QDesktopServices>

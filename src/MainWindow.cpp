@@ -1,11 +1,11 @@
 #include "MainWindow.h"
 
 #include "Identity.h"
-#include "NodeEndpoint.h"
 #include "discovery/BrowserWindow.h"
 #include "discovery/NMOSMdnsBrowser.h"
+#include "net/SyncHttp.h"
 #include "nmos/IntakeQueue.h"
-#include "nmos/SyncHttp.h"
+#include "nmos/NodeEndpoint.h"
 #include "widgets/BusyCursor.h"
 #include "widgets/LightIndicator.h"
 #include "widgets/MessageBox.h"

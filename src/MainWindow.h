@@ -28,7 +28,7 @@ class QSettings;
 // A light is on exactly when the last check of its row found a sender (transmitter) or a receiver
 // (receiver) at the node that the row names; it is off while the field is empty. A check runs on
 // every change of a selector's text and on every choice of an entry. All requests are synchronous
-// and wait in nested event loops (see nmos/SyncHttp.h), so any slot here may run inside the wait of
+// and wait in nested event loops (see net/SyncHttp.h), so any slot here may run inside the wait of
 // another.
 //
 // The selectors list the labelled video senders and receivers of every node that discovery reports

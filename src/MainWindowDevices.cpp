@@ -2,8 +2,8 @@
 
 #include "MainWindow.h"
 
+#include "net/SyncHttp.h"
 #include "nmos/IntakeQueue.h"
-#include "nmos/SyncHttp.h"
 #include "widgets/DeviceDialogs.h"
 #include "widgets/MessageBox.h"
 

@@ -2,9 +2,9 @@
 
 #include "MainWindow.h"
 
-#include "NodeEndpoint.h"
 #include "discovery/NMOSMdnsBrowser.h"
 #include "nmos/IntakeQueue.h"
+#include "nmos/NodeEndpoint.h"
 #include "widgets/SelectorEntries.h"
 
 #include <QComboBox>

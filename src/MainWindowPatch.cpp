@@ -2,8 +2,8 @@
 
 #include "MainWindow.h"
 
-#include "NodeEndpoint.h"
 #include "nmos/NmosClient.h"
+#include "nmos/NodeEndpoint.h"
 #include "widgets/MessageBox.h"
 
 namespace {

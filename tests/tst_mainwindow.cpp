@@ -2,8 +2,8 @@
 
 #include "Application.h"
 #include "SimulatedNode.h"
+#include "net/SyncHttp.h"
 #include "nmos/NmosClient.h"
-#include "nmos/SyncHttp.h"
 #include "support/Boxes.h"
 #include "support/TestMain.h"
 #include "support/Window.h"

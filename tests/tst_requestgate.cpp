@@ -1,6 +1,6 @@
 // How many requests begin at once, and in which order.
 
-#include "discovery/RequestGate.h"
+#include "net/RequestGate.h"
 #include "support/RawServer.h"
 #include "support/TestMain.h"
 

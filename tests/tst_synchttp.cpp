@@ -1,8 +1,8 @@
 // The synchronous requests against real nodes: what is sent, and what ends a wait.
 
 #include "SimulatedNode.h"
-#include "nmos/RequestUrl.h"
-#include "nmos/SyncHttp.h"
+#include "net/NodeRequest.h"
+#include "net/SyncHttp.h"
 #include "support/LogRecorder.h"
 #include "support/RawServer.h"
 #include "support/TestMain.h"

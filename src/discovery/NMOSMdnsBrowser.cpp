@@ -2,7 +2,7 @@
 
 #include "discovery/MdnsServer.h"
 #include "net/JsonText.h"
-#include "net/NodeAccess.h"
+#include "net/NodeRequest.h"
 #include "net/ResponseBody.h"
 
 #include <qmdnsengine/resolver.h>
@@ -170,7 +170,7 @@ void NMOSMdnsBrowser::fetchSelf(const QHostAddress &address, const QString &sche
 
 QNetworkReply *NMOSMdnsBrowser::sendRequest(const QUrl &url, const QMdnsEngine::Service &svc)
 {
-    QNetworkReply *const reply = network.get(ResponseBody::requestFor(url));
+    QNetworkReply *const reply = network.get(nodeRequest(url));
     auto *const body = new ResponseBody(reply, maximumSelfBody, reply);
     connect(reply, &QNetworkReply::finished, this,
             [this, reply, body, url, svc] { handleSelfReply(reply, body, url, svc); });

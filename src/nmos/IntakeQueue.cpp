@@ -1,6 +1,6 @@
 #include "nmos/IntakeQueue.h"
 
-#include "nmos/SyncHttp.h"
+#include "net/SyncHttp.h"
 
 #include <QTimer>
 

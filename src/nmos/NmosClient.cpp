@@ -1,11 +1,10 @@
 #include "nmos/NmosClient.h"
 
 #include "net/JsonText.h"
-#include "net/NodeAccess.h"
+#include "net/NodeRequest.h"
+#include "net/SyncHttp.h"
 #include "nmos/NmosNames.h"
 #include "nmos/NodeRecords.h"
-#include "nmos/RequestUrl.h"
-#include "nmos/SyncHttp.h"
 
 #include <QDebug>
 #include <QJsonObject>
@@ -55,7 +54,7 @@ QJsonArray NmosClient::getJsonArray(const QString &url)
         qWarning() << "Unable to connect:" << error;
         return {};
     }
-    return NodeRecords::parse(body);
+    return parseJson(body).array();
 }
 
 bool NmosClient::hasReceivers(const QString &host)

@@ -4,8 +4,10 @@
 #include <QSslSocket>
 #include <QTcpServer>
 
-// Gives every HTTP request the same bytes for an answer, and keeps what it was asked, byte for
-// byte. Lives on the thread that makes it, so that thread must run its event loop while it waits.
+#include <functional>
+
+// An HTTP server that sends any bytes and keeps what it was asked, byte for byte. Lives on the
+// thread that makes it, so that thread must run its event loop while it waits.
 class RawServer : public QTcpServer {
 public:
     explicit RawServer(const QByteArray &always = {},
@@ -29,7 +31,9 @@ public:
         return lines;
     }
 
-    QByteArray answer; // empty: hangs
+    QByteArray answer; // to every request; empty: hangs
+    // Asked for each answer, when set.
+    std::function<QByteArray(const QByteArray &request)> answerTo;
     bool closes = false; // ends the connection behind the answer
     QSslConfiguration tls; // null: plain HTTP
     QByteArrayList requests;
@@ -63,6 +67,7 @@ private:
         const QByteArray end = socket->peek(5) == "PATCH" ? "}" : "\r\n\r\n";
         if (socket->peek(socket->bytesAvailable()).endsWith(end)) {
             requests += socket->readAll();
+            answer = answerTo ? answerTo(requests.last()) : answer;
             reply(socket);
         }
     }

@@ -9,7 +9,7 @@ class QJsonObject;
 class QNetworkAccessManager;
 class QUrl;
 
-// The synchronous requests that every exchange with a node is made of. A call returns when its
+// The synchronous requests of NmosClient. A call returns when its
 // reply is complete, and runs a nested event loop while it waits, so the windows stay alive and
 // anything may happen meanwhile, further requests included. All of it belongs to the GUI thread.
 //

@@ -1,4 +1,4 @@
-#include "discovery/RequestGate.h"
+#include "net/RequestGate.h"
 
 #include "net/Descriptors.h"
 

@@ -1,8 +1,30 @@
-#include "nmos/RequestUrl.h"
+#include "net/NodeRequest.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkCookie>
+#include <QNetworkCookieJar>
+#include <QNetworkProxy>
 
 #include <algorithm>
 
 namespace {
+
+class EmptyJar final : public QNetworkCookieJar {
+    Q_DISABLE_COPY_MOVE(EmptyJar)
+
+public:
+    using QNetworkCookieJar::QNetworkCookieJar;
+
+    QList<QNetworkCookie> cookiesForUrl(const QUrl & /*url*/) const override
+    {
+        return {};
+    }
+
+    bool setCookiesFromUrl(const QList<QNetworkCookie> & /*cookies*/, const QUrl & /*url*/) override
+    {
+        return false;
+    }
+};
 
 // Splits ":port" off the end of an address, when what follows its last ':' is an integer.
 QString takePort(QString *address)
@@ -38,7 +60,25 @@ QString bracketed(QString authority)
     return QLatin1Char('[') + authority.left(percent) + encodedZone(zone) + QLatin1Char(']') + port;
 }
 
+// The Host header for an address with a zone; empty for any other, whose header Qt gets right.
+QByteArray hostWithoutZone(const QUrl &url)
+{
+    const QString host = url.host();
+    const int zone = host.indexOf(QLatin1Char('%'));
+    if (zone < 0 || !host.contains(QLatin1Char(':'))) {
+        return {};
+    }
+    const QByteArray address = '[' + host.left(zone).toLatin1() + ']';
+    return url.port() < 0 ? address : address + ':' + QByteArray::number(url.port());
+}
+
 } // namespace
+
+void prepareForNodes(QNetworkAccessManager &manager)
+{
+    manager.setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+    manager.setCookieJar(new EmptyJar(&manager));
+}
 
 QString normalizeUrl(const QString &url)
 {
@@ -59,10 +99,9 @@ QString normalizeUrl(const QString &url)
     return url.left(start) + bracketed(authority) + url.mid(end);
 }
 
-// A text with a scheme that does not parse would be guessed to mean the host "http", and a path a
-// local file; nobody asked for either.
 QUrl requestUrl(const QString &text)
 {
+    // fromUserInput() would take a malformed URL for the host "http", and a path for a local file.
     const QString normalized = normalizeUrl(text);
     if (normalized.contains(QLatin1String("://"))
         && !QUrl(normalized.trimmed(), QUrl::TolerantMode).isValid()) {
@@ -72,4 +111,28 @@ QUrl requestUrl(const QString &text)
     const bool isHttp =
         url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https");
     return isHttp ? url : QUrl();
+}
+
+std::optional<QString> pathSegment(const QString &text)
+{
+    if (text == QLatin1String(".") || text == QLatin1String("..")) {
+        return std::nullopt;
+    }
+    // Allowed unencoded in a segment (pchar, RFC 3986), besides what Qt never encodes.
+    return QString::fromLatin1(QUrl::toPercentEncoding(text, "!$&'()*+,;=:@"));
+}
+
+QNetworkRequest nodeRequest(const QUrl &url)
+{
+    QUrl target = url;
+    target.setUserInfo(QString());
+    QNetworkRequest request(target);
+    // The value that Qt sends by default. Setting it ourselves turns Qt's automatic decompression
+    // off.
+    request.setRawHeader("Accept-Encoding", "gzip, deflate");
+    const QByteArray host = hostWithoutZone(target);
+    if (!host.isEmpty()) {
+        request.setRawHeader("Host", host);
+    }
+    return request;
 }

@@ -1,4 +1,4 @@
-#include "NodeEndpoint.h"
+#include "nmos/NodeEndpoint.h"
 
 #include "nmos/NmosClient.h"
 

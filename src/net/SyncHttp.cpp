@@ -1,7 +1,7 @@
-#include "nmos/SyncHttp.h"
+#include "net/SyncHttp.h"
 
+#include "net/NodeRequest.h"
 #include "net/ResponseBody.h"
-#include "nmos/RequestUrl.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -123,7 +123,7 @@ QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *stat
         }
         return {};
     }
-    const QPointer<QNetworkReply> reply = manager->get(ResponseBody::requestFor(target));
+    const QPointer<QNetworkReply> reply = manager->get(nodeRequest(target));
     ResponseBody body(reply, maximumResponseBody);
     QString failure = waitFor(reply, body);
     QByteArray text;
@@ -158,7 +158,7 @@ bool syncPatchJson(QNetworkAccessManager *manager, const QUrl &url, const QJsonO
         manager->clearConnectionCache();
     }
     const Level level;
-    QNetworkRequest request = ResponseBody::requestFor(url);
+    QNetworkRequest request = nodeRequest(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
     const QPointer<QNetworkReply> reply = manager->sendCustomRequest(
         request, QByteArrayLiteral("PATCH"), QJsonDocument(body).toJson(QJsonDocument::Compact));
