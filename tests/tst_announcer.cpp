@@ -18,8 +18,7 @@ private slots:
     void vanishesWithoutGoodbye();
 
 private:
-    Server server;
-    MdnsWatch watch{&server};
+    MdnsWatch watch;
     QStringList &events = watch.events;
 };
 
@@ -46,7 +45,7 @@ void TestAnnouncer::announcesUpdatesAndWithdraws()
                  QStringList{QStringLiteral("+|") + place
                              + QStringLiteral("api_auth=false|api_proto=http|"
                                               "api_ver=v1.0,v1.1,v1.2,v1.3|pri=100")});
-    Resolver resolver(&server, "odd.local.");
+    Resolver resolver(watch.server.get(), "odd.local.");
     QList<QHostAddress> found;
     connect(&resolver, &Resolver::resolved, this,
             [&found](const QHostAddress &resolved) { found += resolved; });
