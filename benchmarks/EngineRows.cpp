@@ -5,7 +5,7 @@
 #include "Rows.h"
 #include "discovery/NMOSMdnsBrowser.h"
 #include "net/Descriptors.h"
-#include "support/MdnsPacket.h"
+#include "MdnsPacket.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -10,7 +10,7 @@
 #include "widgets/LightIndicator.h"
 #include "widgets/MessageBox.h"
 #include "widgets/ProductAdRotator.h"
-#include "widgets/SelectorEntries.h"
+#include "widgets/Selector.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -119,7 +119,7 @@ QWidget *MainWindow::buildNodeRow(const QString &title, QComboBox *&combo, Light
     auto *row = new QWidget(this);
     auto *label = new QLabel(title, row);
     combo = new QComboBox(row);
-    SelectorEntries::prepare(combo, QStringLiteral("e.g. 10.0.0.2"));
+    new Selector(combo, QStringLiteral("e.g. 10.0.0.2"));
     combo->setMinimumWidth(660);
     light = new LightIndicator(row);
     sdpButton = new QPushButton(QStringLiteral("Show SDP\u2026"), row);
@@ -184,12 +184,12 @@ void MainWindow::check(QComboBox *combo, LightIndicator *light, NodeProbe probe,
 
 QString MainWindow::selectedId(const QComboBox *combo)
 {
-    return NodeEndpoint::of(SelectorEntries::currentRecord(combo)).id;
+    return NodeEndpoint::of(Selector::of(combo)->currentRecord()).id;
 }
 
 QString MainWindow::selectedHost(const QComboBox *combo)
 {
-    const QString host = NodeEndpoint::of(SelectorEntries::currentRecord(combo)).host;
+    const QString host = NodeEndpoint::of(Selector::of(combo)->currentRecord()).host;
     return host.isEmpty() ? combo->currentText().trimmed() : host;
 }
 

@@ -5,7 +5,7 @@
 #include "discovery/NMOSMdnsBrowser.h"
 #include "nmos/IntakeQueue.h"
 #include "nmos/NodeEndpoint.h"
-#include "widgets/SelectorEntries.h"
+#include "widgets/Selector.h"
 
 #include <QComboBox>
 #include <QDebug>
@@ -23,11 +23,11 @@ std::function<bool(const QVariant &)> isOfHost(const QString &host)
 template <typename Connection>
 void addEntries(QComboBox *selector, const QList<Connection> &connections)
 {
-    QList<SelectorEntries::Entry> entries;
+    QList<Selector::Entry> entries;
     for (const Connection &connection : connections) {
         entries.append({connection.displayName, QVariant::fromValue(connection)});
     }
-    SelectorEntries::add(selector, entries);
+    Selector::of(selector)->add(entries);
 }
 
 // Chooses the entry that names what the operator had chosen when its earlier entry was removed,
@@ -128,7 +128,7 @@ void MainWindow::probeManualDevice(const ManualDevice &device)
 
 MainWindow::RemovedChoice MainWindow::removeEntries(const QString &host)
 {
-    const QVariant sender = SelectorEntries::remove(txCombo, isOfHost(host));
-    const QVariant receiver = SelectorEntries::remove(rxCombo, isOfHost(host));
+    const QVariant sender = Selector::of(txCombo)->remove(isOfHost(host));
+    const QVariant receiver = Selector::of(rxCombo)->remove(isOfHost(host));
     return {NodeEndpoint::of(sender).id, NodeEndpoint::of(receiver).id};
 }

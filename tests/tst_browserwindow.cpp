@@ -1,6 +1,6 @@
 #include "discovery/BrowserWindow.h"
 #include "discovery/ServiceModel.h"
-#include "support/MdnsPacket.h"
+#include "MdnsPacket.h"
 #include "support/TestMain.h"
 
 #include <QAbstractItemModelTester>

@@ -7,7 +7,7 @@
 #include "nmos/NmosClient.h"
 #include "support/IntakeWindow.h"
 #include "support/TestMain.h"
-#include "widgets/SelectorEntries.h"
+#include "widgets/Selector.h"
 
 #include <QElapsedTimer>
 #include <QListWidget>
@@ -126,7 +126,7 @@ void TestIntake::leavesTheOperatorsTextAlone()
     w.report(node, QStringLiteral("0"));
     QCOMPARE(w.rx->currentText(), chosen);
     QCOMPARE(
-        SelectorEntries::currentRecord(w.rx).value<NmosClient::ReceiverConnection>().displayName,
+        Selector::of(w.rx)->currentRecord().value<NmosClient::ReceiverConnection>().displayName,
         chosen);
 }
 
@@ -224,9 +224,9 @@ void TestIntake::keepsTheChoiceUnderItsNewName()
         });
     }
     w.report(node, QStringLiteral("Z"));
-    const auto sender = SelectorEntries::currentRecord(w.tx).value<NmosClient::SenderConnection>();
+    const auto sender = Selector::of(w.tx)->currentRecord().value<NmosClient::SenderConnection>();
     const auto receiver =
-        SelectorEntries::currentRecord(w.rx).value<NmosClient::ReceiverConnection>();
+        Selector::of(w.rx)->currentRecord().value<NmosClient::ReceiverConnection>();
     const QString output = entry(QStringLiteral("Z"), node, QStringLiteral("Output 2"));
     const QString input = entry(QStringLiteral("Z"), node, QStringLiteral("Input 2"));
     QCOMPARE(w.tx->currentText(), keepsTx ? output : typed);

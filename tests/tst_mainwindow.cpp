@@ -8,7 +8,7 @@
 #include "support/TestMain.h"
 #include "support/Window.h"
 #include "widgets/LightIndicator.h"
-#include "widgets/SelectorEntries.h"
+#include "widgets/Selector.h"
 
 #include <QAbstractButton>
 #include <QComboBox>
@@ -263,8 +263,8 @@ void TestMainWindow::patchesExactlyTheChosenEntries()
     const QString receiver = rx.receiverIds().at(1);
     Boxes boxes;
     Window w;
-    SelectorEntries::add(w.tx, {{QStringLiteral("Output 3"), senderEntry(tx, sender)}});
-    SelectorEntries::add(w.rx, {{QStringLiteral("Input 2"), receiverEntry(rx, receiver)}});
+    Selector::of(w.tx)->add({{QStringLiteral("Output 3"), senderEntry(tx, sender)}});
+    Selector::of(w.rx)->add({{QStringLiteral("Input 2"), receiverEntry(rx, receiver)}});
     QCOMPARE(w.tx->currentText(), QString());
     w.tx->setCurrentIndex(0);
     w.rx->setCurrentIndex(0);
@@ -289,9 +289,9 @@ void TestMainWindow::takesTypedTextForWhatItSays()
     Window w;
     // Longer than a line edit takes by itself.
     const QString text = QString(40000, QLatin1Char('x'));
-    SelectorEntries::add(w.tx, {{text, senderEntry(chosen, chosen.senderIds().at(1))}});
+    Selector::of(w.tx)->add({{text, senderEntry(chosen, chosen.senderIds().at(1))}});
     w.tx->setCurrentIndex(0);
-    QVERIFY(SelectorEntries::currentRecord(w.tx).isValid());
+    QVERIFY(Selector::of(w.tx)->currentRecord().isValid());
     Window::enter(w.tx, typed.host());
     Window::enter(w.rx, rx.host());
     w.press(connectCommand);
@@ -471,8 +471,8 @@ void TestMainWindow::removalHandsNothingOn()
     Window w;
     const auto fill = [&] {
         for (const char *text : {"C", "A", "B", "A"}) {
-            SelectorEntries::add(
-                w.tx, {{QLatin1String(text), senderEntry(node, QLatin1String(text) + id)}});
+            Selector::of(w.tx)->add(
+                {{QLatin1String(text), senderEntry(node, QLatin1String(text) + id)}});
         }
     };
     fill();
@@ -484,7 +484,7 @@ void TestMainWindow::removalHandsNothingOn()
         };
     };
     w.tx->setCurrentIndex(1);
-    QCOMPARE(SelectorEntries::remove(w.tx, hasPrefix("B")).value<NmosClient::SenderConnection>().id,
+    QCOMPARE(Selector::of(w.tx)->remove(hasPrefix("B")).value<NmosClient::SenderConnection>().id,
              QLatin1String("B") + id);
     QCOMPARE(w.tx->currentText(), QString());
     QCOMPARE(w.tx->currentIndex(), -1);
@@ -493,9 +493,9 @@ void TestMainWindow::removalHandsNothingOn()
     // What is typed stays, also when the entry chosen before it goes, and when the last one goes.
     w.tx->setCurrentIndex(0);
     Window::enter(w.tx, node.host());
-    QVERIFY(!SelectorEntries::remove(w.tx, hasPrefix("A")).isValid());
+    QVERIFY(!Selector::of(w.tx)->remove(hasPrefix("A")).isValid());
     QCOMPARE(w.tx->currentText(), node.host());
-    QVERIFY(!SelectorEntries::remove(w.tx, [](const QVariant &) { return true; }).isValid());
+    QVERIFY(!Selector::of(w.tx)->remove([](const QVariant &) { return true; }).isValid());
     QCOMPARE(w.tx->count(), 0);
     QCOMPARE(w.tx->currentText(), node.host());
     QVERIFY(Window::isOn(w.txLight));

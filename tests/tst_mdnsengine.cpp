@@ -1,6 +1,6 @@
 // What the mDNS layer makes of the packets on the network, and what it asks.
 
-#include "support/MdnsPacket.h"
+#include "MdnsPacket.h"
 #include "support/MdnsWatch.h"
 #include "support/TestMain.h"
 
@@ -121,8 +121,7 @@ void TestMdnsEngine::reportsServices_data()
 void TestMdnsEngine::reportsServices()
 {
     QFETCH(const QVector<Step>, steps);
-    Server server;
-    MdnsWatch watch(&server);
+    MdnsWatch watch;
     QStringList expected;
     for (const Step &step : steps) {
         QVERIFY(sender.send(step.packet.bytes()));
@@ -161,8 +160,7 @@ void TestMdnsEngine::neverReports_data()
 void TestMdnsEngine::neverReports()
 {
     QFETCH(const QByteArray, packet);
-    Server server;
-    MdnsWatch watch(&server);
+    MdnsWatch watch;
     QVERIFY(sender.send(packet));
     sender.send(service("end").bytes());
     QTRY_COMPARE(watch.events, QStringList(QStringLiteral("+|end|cam1.local.|80|a=1")));
@@ -172,8 +170,7 @@ void TestMdnsEngine::asksOnTheLinkOfThePointer()
 {
     Mdns::Listener ip4;
     Mdns::Listener ip6(QAbstractSocket::IPv6Protocol);
-    Server server;
-    MdnsWatch watch(&server);
+    MdnsWatch watch;
     QVERIFY(sender.send(pointer("Cam").bytes()));
     // Both ends of the cable have it, over IPv4.
     const QByteArray cam = Mdns::label("Cam");
@@ -185,8 +182,7 @@ void TestMdnsEngine::asksOnTheLinkOfThePointer()
 void TestMdnsEngine::asksAgainEveryMinute()
 {
     Mdns::Listener listener;
-    Server server;
-    MdnsWatch watch(&server);
+    MdnsWatch watch;
     QVERIFY(sender.send(service("Cam").bytes()));
     QTRY_COMPARE(watch.events.size(), 1);
     auto *const minute = watch.browser->findChild<QTimer *>();
@@ -212,8 +208,7 @@ void TestMdnsEngine::asksAgainEveryMinute()
 
 void TestMdnsEngine::makesOneServiceOfSeveralLinks()
 {
-    Server server;
-    MdnsWatch watch(&server);
+    MdnsWatch watch;
     const auto sendByIp6 = [this](const Packet &packet) {
         return sender.send(packet.bytes(), QStringLiteral("vx1"), QAbstractSocket::IPv6Protocol);
     };
@@ -247,8 +242,7 @@ void TestMdnsEngine::followsTheCable()
     const auto asked = [&listener, &question] {
         return listener.askers(question).count(QStringLiteral("203.0.113.1"));
     };
-    Server server;
-    MdnsWatch watch(&server);
+    MdnsWatch watch;
     const QString cable0 = QStringLiteral("cable0");
     const QString cam = QStringLiteral("|Cam|cam1.local.|80|a=1");
     QStringList expected{QLatin1Char('+') + cam};
@@ -269,8 +263,7 @@ void TestMdnsEngine::followsTheCable()
 
 void TestMdnsEngine::listsServicesOfEveryType()
 {
-    Server server;
-    MdnsWatch all(&server, "_services._DNS-SD._udp.local.");
+    MdnsWatch all("_services._DNS-SD._udp.local.");
     quint16 port = 80;
     for (const char *other : {"_a._tcp.local", "_b._udp.local"}) {
         const QByteArray name = instance("Cam", other);
@@ -295,7 +288,7 @@ void TestMdnsEngine::listsServicesOfEveryType()
                             .add(Mdns::name("_services._dns-sd._udp.local"), Mdns::Ptr, subtype)
                             .add(subtype, Mdns::Ptr, cam)
                             .bytes()));
-    MdnsWatch under(&server, "_x._sub._a._tcp.local.");
+    MdnsWatch under("_x._sub._a._tcp.local.", all.server.get());
     QTRY_COMPARE(under.events.size(), 1);
     all.events.clear();
     QVERIFY(sender.send(Packet().add(subtype, Mdns::Ptr, cam, goodbye).bytes()));

@@ -1,7 +1,7 @@
 #include "discovery/NMOSMdnsBrowser.h"
 #include "net/Descriptors.h"
 #include "support/LogRecorder.h"
-#include "support/MdnsPacket.h"
+#include "MdnsPacket.h"
 #include "support/RawServer.h"
 #include "support/TestMain.h"
 

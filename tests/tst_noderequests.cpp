@@ -4,7 +4,7 @@
 #include "nmos/NmosClient.h"
 #include "support/Certificate.h"
 #include "support/LogRecorder.h"
-#include "support/MdnsPacket.h"
+#include "MdnsPacket.h"
 #include "support/RawServer.h"
 #include "support/TestMain.h"
 

@@ -5,7 +5,6 @@
 #include "nmos/NmosClient.h"
 #include "support/IntakeWindow.h"
 #include "support/TestMain.h"
-#include "widgets/SelectorEntries.h"
 
 #include <QClipboard>
 #include <QDialogButtonBox>

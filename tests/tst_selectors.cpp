@@ -3,7 +3,7 @@
 #include "Application.h"
 #include "support/TestMain.h"
 #include "support/Window.h"
-#include "widgets/SelectorEntries.h"
+#include "widgets/Selector.h"
 
 #include <QComboBox>
 #include <QHelpEvent>
@@ -32,7 +32,7 @@ struct Desk {
         }
         layout->addStretch();
         selector.setAccessibleName(QStringLiteral("Node"));
-        SelectorEntries::prepare(&selector, QStringLiteral("none"));
+        new Selector(&selector, QStringLiteral("none"));
         window.resize(300, 600);
         window.show();
         QApplication::setActiveWindow(&window);
@@ -42,17 +42,16 @@ struct Desk {
 
     void add(const QStringList &texts)
     {
-        QList<SelectorEntries::Entry> entries;
+        QList<Selector::Entry> entries;
         for (const QString &text : texts) {
             entries.append({text, text});
         }
-        SelectorEntries::add(&selector, entries);
+        Selector::of(&selector)->add(entries);
     }
 
     void remove(const QString &text)
     {
-        SelectorEntries::remove(&selector,
-                                [text](const QVariant &record) { return record == text; });
+        Selector::of(&selector)->remove([text](const QVariant &record) { return record == text; });
     }
 
     void type(const QString &text)
@@ -82,7 +81,7 @@ struct Desk {
 
     QString chosen() const
     {
-        return SelectorEntries::currentRecord(&selector).toString();
+        return Selector::of(&selector)->currentRecord().toString();
     }
 
     QWidget window;
@@ -319,8 +318,8 @@ void TestSelectors::rowsHoldStill()
     QCoreApplication::processEvents();
     QCOMPARE(seen(list), before);
     // The program has them all at once.
-    QVERIFY(SelectorEntries::find(&desk.selector, QStringLiteral("Camera 25b")) > 0);
-    QCOMPARE(SelectorEntries::find(&desk.selector, QStringLiteral("Camera 24")), -1);
+    QVERIFY(Selector::of(&desk.selector)->find(QStringLiteral("Camera 25b")) > 0);
+    QCOMPARE(Selector::of(&desk.selector)->find(QStringLiteral("Camera 24")), -1);
 
     click(list->viewport(), placeOf(list, wanted));
     QCOMPARE(desk.chosen(), wanted);
@@ -459,7 +458,7 @@ void TestSelectors::tellsAChoiceThatIsCut()
     const QString cut = QStringLiteral("<b>Studio</b> A & B: ") + QString(60, QLatin1Char('x'));
     desk.add({fits, cut});
     const auto tip = [&desk](const QString &entry) {
-        desk.selector.setCurrentIndex(SelectorEntries::find(&desk.selector, entry));
+        desk.selector.setCurrentIndex(Selector::of(&desk.selector)->find(entry));
         QHelpEvent event(QEvent::ToolTip, {5, 5}, desk.selector.mapToGlobal({5, 5}));
         QCoreApplication::sendEvent(desk.selector.lineEdit(), &event);
         return QToolTip::text();

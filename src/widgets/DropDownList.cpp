@@ -6,10 +6,6 @@
 DropDownList::DropDownList(QComboBox *owner)
     : selector(owner)
 {
-    owner->setMaxVisibleItems(visibleRows);
-    owner->setView(this);
-    // QComboBox has made it disregard the width that it asks for.
-    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Ignored);
 }
 
 QSize DropDownList::minimumSizeHint() const
@@ -40,7 +36,7 @@ void DropDownList::rowsAboutToBeRemoved(const QModelIndex &parent, int start, in
 
 void DropDownList::currentChanged(const QModelIndex &current, const QModelIndex &previous)
 {
-    // Typing in the list searches the model, rows that are held back included.
+    // Typing also finds hidden rows.
     if (current.isValid() && isRowHidden(current.row())) {
         setCurrentIndex(previous);
         return;

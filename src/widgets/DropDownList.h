@@ -4,15 +4,15 @@
 
 class QComboBox;
 
-// The list in the drop-down of a selector. Its rows hold still while it is open: entries that come
-// meanwhile are in the combo box's model at once, but show only when the list is opened again.
-// Rows that leave the model are not held back; see SelectorEntries::remove() for those.
+// The list in the drop-down of a selector. Rows do not move while it is open: added ones are in the
+// combo box's model at once, but are hidden until the list is opened again. Rows that leave the
+// model are not held back (see Selector::remove()).
 class DropDownList final : public EntryList {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(DropDownList)
 
 public:
-    // Becomes the selector's view and is owned by it.
+    // For the combo box's setView(), which makes it the list's owner.
     explicit DropDownList(QComboBox *owner);
 
     // As wide as the longest entry needs, within the selector's screen.

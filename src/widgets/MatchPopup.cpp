@@ -1,7 +1,4 @@
-#include "widgets/MatchList.h"
-
-#include "widgets/EntryList.h"
-#include "widgets/SelectorEntries.h"
+#include "widgets/MatchPopup.h"
 
 #include <QAbstractListModel>
 #include <QApplication>
@@ -11,12 +8,12 @@
 #include <QScreen>
 #include <QStringMatcher>
 
-// A copy of the texts that matched: nothing that happens to the selector moves them.
+// A copy of the texts that matched, so that changes of the selector move no row.
 class MatchModel final : public QAbstractListModel {
 public:
-    explicit MatchModel(QComboBox *owner)
+    MatchModel(QObject *owner, MatchPopup::Find findRow)
         : QAbstractListModel(owner)
-        , selector(owner)
+        , find(std::move(findRow))
     {
     }
 
@@ -39,71 +36,75 @@ public:
 
     Qt::ItemFlags flags(const QModelIndex &index) const override
     {
-        const bool gone =
-            index.isValid() && SelectorEntries::find(selector, texts.at(index.row())) < 0;
+        const bool gone = index.isValid() && find(texts.at(index.row())) < 0;
         return gone ? Qt::NoItemFlags : QAbstractListModel::flags(index);
     }
 
 private:
-    QComboBox *selector;
+    MatchPopup::Find find;
     QStringList texts;
 };
 
-// The list is no child of the combo box, or the style sheet would take it for the drop-down and
-// leave out the rules for list views. Nor is it a window of the type Qt::Popup, which would take
-// the first click beside it for itself.
-MatchList::MatchList(QComboBox *owner)
-    : QObject(owner)
+// A child of the line edit, because the style sheet takes a list that is a child of the combo box
+// for its drop-down and then leaves out the rules for list views. Not a window of the type
+// Qt::Popup, which keeps the first click outside to itself.
+MatchPopup::MatchPopup(QComboBox *owner, const Find &findRow)
+    : EntryList(owner->lineEdit())
     , selector(owner)
-    , list(new EntryList(owner->lineEdit()))
-    , matches(new MatchModel(owner))
+    , find(findRow)
+    , matches(new MatchModel(this, findRow))
 {
-    list->setObjectName(QStringLiteral("matches"));
-    list->setAccessibleName(QStringLiteral("Matches"));
-    list->setWindowFlags(Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowDoesNotAcceptFocus);
-    list->setAttribute(Qt::WA_ShowWithoutActivating);
-    list->setAttribute(Qt::WA_X11NetWmWindowTypeCombo);
-    list->setFocusPolicy(Qt::NoFocus);
-    list->setFocusProxy(selector);
-    list->setModel(matches);
-    connect(list, &QListView::clicked, this, &MatchList::pick);
+    setObjectName(QStringLiteral("matches"));
+    setAccessibleName(QStringLiteral("Matches"));
+    setWindowFlags(Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowDoesNotAcceptFocus);
+    setAttribute(Qt::WA_ShowWithoutActivating);
+    setAttribute(Qt::WA_X11NetWmWindowTypeCombo);
+    setFocusPolicy(Qt::NoFocus);
+    setFocusProxy(selector);
+    setModel(matches);
+    connect(this, &QListView::clicked, this, &MatchPopup::pick);
 
     QLineEdit *field = selector->lineEdit();
     field->installEventFilter(this);
     selector->installEventFilter(this);
     connect(field, &QLineEdit::textEdited, this, [this](const QString &text) {
         if (text.isEmpty()) {
-            close();
+            dismiss();
         } else {
             offer(text);
         }
     });
-    // The list goes with the field, and the selector may still have events then.
-    connect(field, &QObject::destroyed, this, [this] { delete this; });
     const auto forget = [this] {
         texts.clear();
-        list->viewport()->update();
+        viewport()->update();
     };
     connect(selector->model(), &QAbstractItemModel::rowsInserted, this, forget);
     connect(selector->model(), &QAbstractItemModel::rowsRemoved, this, forget);
 }
 
-// While the list is open, this sees all events of the program, and those of the selector twice.
-bool MatchList::eventFilter(QObject *watched, QEvent *event)
+// While the list is open, this receives all events of the program, and those of the selector twice.
+bool MatchPopup::eventFilter(QObject *watched, QEvent *event)
 {
     if (event->type() == QEvent::KeyPress
         && (watched == selector || watched == selector->lineEdit())) {
         return handleKey(static_cast<QKeyEvent *>(event));
     }
-    if (list->isVisible() && closesOn(watched, event)) {
-        close();
+    if (isVisible() && closesOn(watched, event)) {
+        dismiss();
     }
-    return false;
+    return EntryList::eventFilter(watched, event);
 }
 
-bool MatchList::handleKey(QKeyEvent *event)
+// Whether the field shows something else than the current entry, which QComboBox keeps meanwhile.
+bool MatchPopup::showsTypedText() const
 {
-    const bool open = list->isVisible();
+    const int row = find(selector->currentText());
+    return row < 0 || row != selector->currentIndex();
+}
+
+bool MatchPopup::handleKey(QKeyEvent *event)
+{
+    const bool open = isVisible();
     if (event->modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)) {
         return false;
     }
@@ -114,19 +115,19 @@ bool MatchList::handleKey(QKeyEvent *event)
     case Qt::Key_PageDown: {
         if (!open) {
             // QComboBox would go on from the entry that was chosen before the typing.
-            const bool typed = !SelectorEntries::currentRecord(selector).isValid();
+            const bool typed = showsTypedText();
             if (typed) {
                 offer(selector->currentText());
             }
             return typed;
         }
-        QCoreApplication::sendEvent(list, event);
+        QCoreApplication::sendEvent(this, event);
         return true;
     }
     case Qt::Key_Enter:
     case Qt::Key_Return: {
-        const QModelIndex current = list->currentIndex();
-        close();
+        const QModelIndex current = currentIndex();
+        dismiss();
         if (!open || !current.isValid()) {
             return false;
         }
@@ -134,20 +135,20 @@ bool MatchList::handleKey(QKeyEvent *event)
         return true;
     }
     case Qt::Key_Escape:
-        close();
+        dismiss();
         return open;
     default:
         return false;
     }
 }
 
-bool MatchList::closesOn(const QObject *watched, const QEvent *event) const
+bool MatchPopup::closesOn(const QObject *watched, const QEvent *event) const
 {
     switch (event->type()) {
     case QEvent::MouseButtonPress:
     case QEvent::MouseButtonDblClick:
-        return watched->isWidgetType() && watched != list
-            && !list->isAncestorOf(static_cast<const QWidget *>(watched));
+        return watched->isWidgetType() && watched != this
+            && !isAncestorOf(static_cast<const QWidget *>(watched));
     case QEvent::FocusOut:
         return watched == selector;
     case QEvent::Move:
@@ -163,22 +164,22 @@ bool MatchList::closesOn(const QObject *watched, const QEvent *event) const
     }
 }
 
-void MatchList::offer(const QString &text)
+void MatchPopup::offer(const QString &text)
 {
     matches->show(matching(text));
     if (matches->rowCount() == 0) {
-        close();
+        dismiss();
         return;
     }
     place();
-    list->scrollToTop();
-    if (!list->isVisible()) {
-        list->show();
+    scrollToTop();
+    if (!isVisible()) {
+        show();
         QCoreApplication::instance()->installEventFilter(this);
     }
 }
 
-QStringList MatchList::matching(const QString &text)
+QStringList MatchPopup::matching(const QString &text)
 {
     if (texts.isEmpty()) {
         texts.reserve(selector->count());
@@ -197,33 +198,33 @@ QStringList MatchList::matching(const QString &text)
 }
 
 // Below the field where there is room for it, else on the side that has more.
-void MatchList::place()
+void MatchPopup::place()
 {
-    list->ensurePolished();
+    ensurePolished();
     const QRect screen = selector->screen()->availableGeometry();
     const QRect field(selector->mapToGlobal(QPoint(0, 0)), selector->size());
     const int above = field.top() - screen.top();
     const int below = screen.bottom() - field.bottom();
 
     const int rows = qMin(matches->rowCount(), EntryList::visibleRows);
-    const int wanted = rows * list->sizeHintForRow(0) + 2 * list->frameWidth();
+    const int wanted = rows * sizeHintForRow(0) + 2 * frameWidth();
     const bool down = below >= wanted || below >= above;
     const int height = qMin(wanted, down ? below : above);
-    const int width = qBound(field.width(), list->wantedWidth(), screen.width());
+    const int width = qBound(field.width(), wantedWidth(), screen.width());
     const int left = qBound(screen.left(), field.left(), screen.right() + 1 - width);
-    list->setGeometry(left, down ? field.bottom() + 1 : field.top() - height, width, height);
+    setGeometry(left, down ? field.bottom() + 1 : field.top() - height, width, height);
 }
 
-void MatchList::close()
+void MatchPopup::dismiss()
 {
     QCoreApplication::instance()->removeEventFilter(this);
-    list->hide();
+    hide();
 }
 
-void MatchList::pick(const QModelIndex &match)
+void MatchPopup::pick(const QModelIndex &match)
 {
-    const int row = SelectorEntries::find(selector, match.data().toString());
-    close();
+    const int row = find(match.data().toString());
+    dismiss();
     if (row >= 0) {
         selector->setCurrentIndex(row);
         emit selector->activated(row);

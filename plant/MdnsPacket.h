@@ -11,8 +11,8 @@
 #include <map>
 #include <memory>
 
-// Multicast DNS responses that a test builds byte by byte (RFC 1035, RFC 6762), and a sender that
-// puts them on the links of the test network.
+// Multicast DNS responses that are built byte by byte (RFC 1035, RFC 6762), and a sender that puts
+// them on the links of the test network.
 namespace Mdns {
 
 inline QByteArray bigEndian(quint32 number, int bytes)
