@@ -2,7 +2,6 @@
 
 #include "Application.h"
 #include "support/TestMain.h"
-#include "support/Window.h"
 #include "widgets/Selector.h"
 
 #include <QComboBox>
@@ -477,9 +476,8 @@ void TestSelectors::tellsAChoiceThatIsCut()
 
 void TestSelectors::namesItsFieldToAssistiveTechnology()
 {
-    Window w;
-    QCOMPARE(w.tx->lineEdit()->accessibleName(), QStringLiteral("Transmitter IP"));
-    QCOMPARE(w.rx->lineEdit()->accessibleName(), QStringLiteral("Receiver IP"));
+    const Desk desk;
+    QCOMPARE(desk.selector.lineEdit()->accessibleName(), QStringLiteral("Node"));
 }
 
 NODEPATCH_TEST_MAIN(TestSelectors)
