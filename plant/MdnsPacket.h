@@ -40,13 +40,9 @@ inline QByteArray name(const QByteArray &dotted)
 
 enum Type { A = 1, CName = 5, Ptr = 12, Txt = 16, Aaaa = 28, Srv = 33, Svcb = 64 };
 
-// In a question of the class "Internet": the answer may come to the asker alone.
-constexpr quint32 internet = 1;
-constexpr quint32 answeredToAsker = 0x8001;
-
-inline QByteArray question(const QByteArray &owner, Type type, quint32 questionClass = internet)
+inline QByteArray question(const QByteArray &owner, Type type)
 {
-    return owner + bigEndian(type, 2) + bigEndian(questionClass, 2);
+    return owner + bigEndian(type, 2) + bigEndian(1, 2); // the class "Internet"
 }
 
 constexpr quint32 hour = 3600;

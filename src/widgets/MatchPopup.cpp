@@ -49,8 +49,7 @@ private:
 // for its drop-down and then leaves out the rules for list views. Not a window of the type
 // Qt::Popup, which keeps the first click outside to itself.
 MatchPopup::MatchPopup(QComboBox *owner, const Find &findRow)
-    : EntryList(owner->lineEdit())
-    , selector(owner)
+    : EntryList(owner, owner->lineEdit())
     , find(findRow)
     , matches(new MatchModel(this, findRow))
 {
@@ -62,6 +61,7 @@ MatchPopup::MatchPopup(QComboBox *owner, const Find &findRow)
     setFocusPolicy(Qt::NoFocus);
     setFocusProxy(selector);
     setModel(matches);
+    viewport()->setAttribute(Qt::WA_Hover); // the row under the pointer is highlighted
     connect(this, &QListView::clicked, this, &MatchPopup::pick);
 
     QLineEdit *field = selector->lineEdit();
@@ -197,7 +197,8 @@ QStringList MatchPopup::matching(const QString &text)
     return found;
 }
 
-// Below the field where there is room for it, else on the side that has more.
+// Below the field where there is room for it, else on the side that has more; as wide as the
+// longest entry needs, from the field's left edge to that of the screen.
 void MatchPopup::place()
 {
     ensurePolished();
@@ -206,12 +207,13 @@ void MatchPopup::place()
     const int above = field.top() - screen.top();
     const int below = screen.bottom() - field.bottom();
 
-    const int rows = qMin(matches->rowCount(), EntryList::visibleRows);
-    const int wanted = rows * sizeHintForRow(0) + 2 * frameWidth();
-    const bool down = below >= wanted || below >= above;
-    const int height = qMin(wanted, down ? below : above);
-    const int width = qBound(field.width(), wantedWidth(), screen.width());
-    const int left = qBound(screen.left(), field.left(), screen.right() + 1 - width);
+    const int rows = qMin(matches->rowCount(), visibleRows);
+    const bool down = below >= heightOf(rows) || below >= above;
+    const int height = heightOf(qMin(rows, rowsWithin(down ? below : above)));
+    // Only a field that is partly outside the screen does not keep its left edge.
+    const int least = qMin(field.width(), screen.width());
+    const int left = qBound(screen.left(), field.left(), screen.right() + 1 - least);
+    const int width = qBound(least, wantedWidth(), screen.right() + 1 - left);
     setGeometry(left, down ? field.bottom() + 1 : field.top() - height, width, height);
 }
 

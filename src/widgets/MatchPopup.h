@@ -44,7 +44,6 @@ private:
     void pick(const QModelIndex &match);
     QStringList matching(const QString &text);
 
-    QComboBox *selector;
     Find find;
     MatchModel *matches;
     QStringList texts; // of all entries; empty when they have changed

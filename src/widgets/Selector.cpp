@@ -7,28 +7,12 @@
 #include <QComboBox>
 #include <QHelpEvent>
 #include <QLineEdit>
-#include <QSignalBlocker>
 #include <QStandardItemModel>
-#include <QStyleOptionFrame>
 #include <QTextDocument>
 #include <QToolTip>
 
 #include <algorithm>
 #include <limits>
-
-namespace {
-
-bool fits(const QLineEdit *field)
-{
-    constexpr int margins = 2 * 2; // beside the text, in every QLineEdit
-    QStyleOptionFrame option;
-    option.initFrom(field);
-    option.rect = field->contentsRect();
-    const QRect room = field->style()->subElementRect(QStyle::SE_LineEditContents, &option, field);
-    return field->fontMetrics().horizontalAdvance(field->text()) <= room.width() - margins;
-}
-
-} // namespace
 
 Selector::Selector(QComboBox *owner, const QString &placeholder)
     : QObject(owner)
@@ -45,6 +29,12 @@ Selector::Selector(QComboBox *owner, const QString &placeholder)
     setMutedPlaceholder(combo->lineEdit(), placeholder);
     // QComboBox's own completer writes entries into the field.
     combo->setCompleter(nullptr);
+
+    // When a row goes or changes, QComboBox writes the current entry into the field, or the
+    // neighbour of one that went. Its current index follows the rows without that.
+    QAbstractItemModel *rows = combo->model();
+    disconnect(rows, &QAbstractItemModel::rowsRemoved, combo, nullptr);
+    disconnect(rows, &QAbstractItemModel::dataChanged, combo, nullptr);
 
     combo->setMaxVisibleItems(EntryList::visibleRows);
     combo->setView(dropDown);
@@ -107,7 +97,7 @@ QVariant Selector::remove(const std::function<bool(const QVariant &)> &condition
     if (!shownGoes) {
         return {};
     }
-    combo->clearEditText();
+    combo->setCurrentIndex(-1);
     return shown;
 }
 
@@ -132,7 +122,8 @@ bool Selector::eventFilter(QObject * /*watched*/, QEvent *event)
 void Selector::showWholeText(const QHelpEvent *event) const
 {
     constexpr int longest = 1000; // characters; much more would not fit the screen
-    const bool cut = currentRecord().isValid() && !fits(combo->lineEdit());
+    const int width = combo->lineEdit()->fontMetrics().horizontalAdvance(combo->currentText());
+    const bool cut = currentRecord().isValid() && width > EntryList::fieldText(combo).width();
     // A tooltip guesses the format of its text.
     QToolTip::showText(
         event->globalPos(),
@@ -182,30 +173,18 @@ void Selector::setGone(int row, bool gone)
     }
 }
 
-// Removes the rows that meet the condition; keeps the field's text.
+// Removes the rows that meet the condition, or marks them while the drop-down shows them.
 void Selector::removeRows(const std::function<bool(int row)> &condition)
 {
-    // Losing the current entry, or the last one of all, makes QComboBox rewrite the field.
-    const QSignalBlocker blocker(combo);
-    QLineEdit *field = combo->lineEdit();
-    const QString text = field->text();
-    const int cursor = field->cursorPosition();
     const bool open = dropDown->isVisible();
     for (int row = combo->count() - 1; row >= 0; --row) {
         if (!condition(row)) {
             continue;
-        }
-        if (row == combo->currentIndex()) {
-            combo->setCurrentIndex(-1);
         }
         if (open) {
             setGone(row, true);
         } else {
             combo->removeItem(row);
         }
-    }
-    if (field->text() != text) {
-        field->setText(text);
-        field->setCursorPosition(cursor);
     }
 }

@@ -182,3 +182,15 @@ AvahiQtPoll::AvahiQtPoll(QObject *parent)
             freeWatch, newTimeout, updateTimeout, freeTimeout}
 {
 }
+
+QVector<int> AvahiQtPoll::sockets() const
+{
+    QVector<int> found;
+    for (const QObject *const child : children()) {
+        const auto *const watch = dynamic_cast<const AvahiWatch *>(child);
+        if (watch && watch->guarded && watch->callback) {
+            found += watch->fd;
+        }
+    }
+    return found;
+}
