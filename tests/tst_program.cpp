@@ -1,6 +1,7 @@
-// One start of the whole program, on a screen with half as many dots again to the inch.
+// One start of the whole program, at 144 dpi.
 
 #include "MainWindow.h"
+#include "widgets/PressGuard.h"
 
 #include <QApplication>
 #include <QTemporaryDir>
@@ -17,6 +18,7 @@ struct Seen {
     QString organisation;
     QString title;
     bool isStyled = false;
+    bool isGuarded = false;
     qreal scale = 0;
     rlim_t descriptors = 0;
 };
@@ -36,8 +38,11 @@ void look()
                 ::getrlimit(RLIMIT_NOFILE, &limit);
                 seen = {QCoreApplication::organizationName() + QLatin1Char('/')
                             + QCoreApplication::applicationName(),
-                        window->windowTitle(), !qApp->styleSheet().isEmpty(),
-                        window->devicePixelRatioF(), limit.rlim_cur};
+                        window->windowTitle(),
+                        !qApp->styleSheet().isEmpty(),
+                        qApp->findChild<PressGuard *>() != nullptr,
+                        window->devicePixelRatioF(),
+                        limit.rlim_cur};
                 window->close();
             }
         }
@@ -70,7 +75,7 @@ void TestProgram::startsAndEndsWithItsWindow()
     QCOMPARE(programMain(1, arguments), 0);
     QCOMPARE(seen.organisation, QStringLiteral("Velmora/VelmoraNodePatch"));
     QCOMPARE(seen.title, QStringLiteral("VelmoraNodePatch - velmora.example"));
-    QVERIFY(seen.isStyled);
+    QVERIFY(seen.isStyled && seen.isGuarded);
     QCOMPARE(seen.scale, 1.5);
     QCOMPARE(seen.descriptors, limit.rlim_max);
     QVERIFY(QFile::exists(home.filePath(QStringLiteral("Velmora/VelmoraNodePatch.conf"))));
