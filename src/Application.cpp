@@ -1,6 +1,7 @@
 #include "Application.h"
 
 #include "Identity.h"
+#include "widgets/PressGuard.h"
 
 #include <QApplication>
 #include <QFile>
@@ -119,6 +120,11 @@ void endWithLastWindow()
 {
     QObject::connect(qApp, &QGuiApplication::lastWindowClosed, qApp, &QCoreApplication::quit,
                      Qt::DirectConnection);
+}
+
+void swallowStrayPresses()
+{
+    new PressGuard(qApp);
 }
 
 } // namespace Application

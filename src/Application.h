@@ -4,7 +4,8 @@
 
 class QApplication;
 
-// Sets up QApplication. main() calls these in this order; tour and tests use some of them.
+// Sets up QApplication. main() calls all of these, in this order; the demo tour and the tests call
+// some, so that they show and store what the program does.
 namespace Application {
 
 // Makes the application object, as QApplication's constructor does. All sizes follow the resolution
@@ -29,5 +30,10 @@ void setAppearance();
 // drops it when a nested loop starts first; a request sent then would keep the program running
 // without a window.
 void endWithLastWindow();
+
+// Makes a double click press once, on the window that it begins on (see PressGuard). It concerns
+// the application and not the main window: lists, boxes and dialogs are windows of their own, and a
+// box may come up before there is a main window.
+void swallowStrayPresses();
 
 } // namespace Application

@@ -16,6 +16,7 @@
 #include <QComboBox>
 #include <QFrame>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -58,6 +59,8 @@ MainWindow::MainWindow(QWidget *parent)
     checkTx();
     checkRx();
     connectCommands();
+    // main() has set it. A program that makes this window without main() gets it here: layout and
+    // style sheet are made for it.
     QApplication::setStyle(QStringLiteral("Fusion"));
     startDiscovery();
     startManualDevices();
@@ -124,7 +127,7 @@ QWidget *MainWindow::buildNodeRow(const QString &title, QComboBox *&combo, Light
     light = new LightIndicator(row);
     sdpButton = new QPushButton(QStringLiteral("Show SDP\u2026"), row);
 
-    // The two rows look alike; a screen reader tells them apart by these.
+    // Screen readers distinguish the rows by these names.
     label->setBuddy(combo);
     combo->setAccessibleName(title);
     light->setAccessibleName(title + QStringLiteral(" status"));
@@ -201,11 +204,24 @@ bool MainWindow::runCommand(const std::function<std::optional<Message>()> &comma
         const BusyCursor busy;
         message = command();
     }
-    // Whatever failed because the program is closing needs no explanation.
+    // Show no message for a command that failed because the program is closing.
     if (message && !requestActivity().closing) {
         showMessage(this, *message);
     }
     return !message;
+}
+
+// Enter presses the button that has the focus, as in a dialog and as Space does. (An "auto default"
+// button would do so by itself, but again and again while the key is held.)
+void MainWindow::keyPressEvent(QKeyEvent *event)
+{
+    auto *button = qobject_cast<QPushButton *>(focusWidget());
+    const bool isEnter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (button && isEnter && !event->isAutoRepeat()) {
+        button->click();
+    } else {
+        QMainWindow::keyPressEvent(event);
+    }
 }
 
 void MainWindow::openBrowser()

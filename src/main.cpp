@@ -13,6 +13,7 @@ int main(int argc, char *argv[])
     Application::setIdentity();
     Application::setAppearance();
     Application::endWithLastWindow();
+    Application::swallowStrayPresses();
     MainWindow window;
     window.show();
     return QApplication::exec();

@@ -1,8 +1,8 @@
-// One start of the whole program on an ordinary screen, and one on a screen with half as many dots
-// again to the inch. Both say one dot more than they have, as an X server may that rounds to
-// millimetres.
+// One start of the whole program at 96 dpi and one at 144 dpi. Both screens say one more, as an X
+// server may that rounds to millimetres.
 
 #include "MainWindow.h"
+#include "widgets/PressGuard.h"
 
 #include <QApplication>
 #include <QTemporaryDir>
@@ -21,6 +21,7 @@ struct Seen {
     QString organisation;
     QString title;
     bool isStyled = false;
+    bool isGuarded = false;
     qreal scale = 0;
     rlim_t descriptors = 0;
 };
@@ -40,8 +41,11 @@ void look()
                 ::getrlimit(RLIMIT_NOFILE, &limit);
                 seen = {QCoreApplication::organizationName() + QLatin1Char('/')
                             + QCoreApplication::applicationName(),
-                        window->windowTitle(), !qApp->styleSheet().isEmpty(),
-                        window->devicePixelRatioF(), limit.rlim_cur};
+                        window->windowTitle(),
+                        !qApp->styleSheet().isEmpty(),
+                        qApp->findChild<PressGuard *>() != nullptr,
+                        window->devicePixelRatioF(),
+                        limit.rlim_cur};
                 window->close();
             }
         }
@@ -73,7 +77,7 @@ void TestProgram::startsAndEndsWithItsWindow()
     QCOMPARE(programMain(1, arguments), 0);
     QCOMPARE(seen.organisation, QStringLiteral("Velmora/VelmoraNodePatch"));
     QCOMPARE(seen.title, QStringLiteral("VelmoraNodePatch - velmora.example"));
-    QVERIFY(seen.isStyled);
+    QVERIFY(seen.isStyled && seen.isGuarded);
     QCOMPARE(seen.scale, qgetenv("QT_FONT_DPI") == "97" ? 1 : 1.5);
     QCOMPARE(seen.descriptors, limit.rlim_max);
     QVERIFY(QFile::exists(home.filePath(QStringLiteral("Velmora/VelmoraNodePatch.conf"))));

@@ -5,12 +5,15 @@
 #include <QAbstractButton>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QFocusEvent>
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QSpinBox>
 #include <QVBoxLayout>
+
+#include <utility>
 
 namespace DeviceDialogs {
 
@@ -43,9 +46,47 @@ QLineEdit *newAddressField(QWidget *parent)
     return address;
 }
 
+// Selects its text when it gets the focus, so that what is typed replaces it. The mouse press that
+// brings the focus does no more than that: a line edit would place the cursor and deselect.
+class PortField final : public QSpinBox {
+public:
+    explicit PortField(QWidget *parent)
+        : QSpinBox(parent)
+    {
+        lineEdit()->installEventFilter(this);
+    }
+
+protected:
+    void focusInEvent(QFocusEvent *event) override
+    {
+        QSpinBox::focusInEvent(event);
+        if (event->reason() != Qt::ActiveWindowFocusReason
+            && event->reason() != Qt::PopupFocusReason) {
+            selectAll();
+            isBeingClicked = event->reason() == Qt::MouseFocusReason;
+        }
+    }
+
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        switch (event->type()) {
+        case QEvent::MouseButtonPress:
+        case QEvent::MouseMove:
+            return isBeingClicked;
+        case QEvent::MouseButtonRelease:
+            return std::exchange(isBeingClicked, false);
+        default:
+            return QSpinBox::eventFilter(watched, event);
+        }
+    }
+
+private:
+    bool isBeingClicked = false;
+};
+
 QSpinBox *newPortField(QWidget *parent)
 {
-    auto *port = new QSpinBox(parent);
+    auto *port = new PortField(parent);
     port->setRange(1, 65535);
     port->setValue(80);
     // Ports are typed. The style sheet leaves the arrows dark on dark.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "net/SyncHttp.h"
+
 #include <QAbstractButton>
 #include <QApplication>
 #include <QDialog>
@@ -7,6 +9,7 @@
 #include <QTimer>
 #include <QtTest>
 
+#include <chrono>
 #include <functional>
 
 // A message box that was shown.
@@ -25,7 +28,8 @@ Q_DECLARE_METATYPE(ShownBox)
 
 // Answers modal windows in place of the operator. Records each message box and presses its first
 // button; hands any other dialog to answer(), or rejects it when there is no such function. A box
-// that the test did not take() fails the test, and so does a box whose text is not plain text.
+// that the test did not take() fails the test, and so does a box whose text is not plain text. A
+// request that has waited for 15 s fails it, too, and ends all waits: nobody will answer it.
 class Boxes final : public QObject {
 public:
     explicit Boxes(std::function<void(QDialog *)> answer = {})
@@ -58,6 +62,10 @@ public:
 private:
     void look()
     {
+        if (requestActivity().waitTime > std::chrono::seconds(15)) {
+            QTest::qFail("a request has waited for 15 s", __FILE__, __LINE__);
+            QCoreApplication::exit();
+        }
         QWidget *modal = QApplication::activeModalWidget();
         if (auto *box = qobject_cast<QMessageBox *>(modal)) {
             if (box->textFormat() != Qt::PlainText) {
