@@ -1,5 +1,6 @@
 #include "net/SyncHttp.h"
 
+#include "net/Authorization.h"
 #include "net/NodeRequest.h"
 #include "net/ResponseBody.h"
 
@@ -101,16 +102,10 @@ int statusOf(const QNetworkReply *reply)
     return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 }
 
-} // namespace
-
-RequestActivity requestActivity()
-{
-    const qint64 waitTime =
-        requestDepth > 0 ? waits.at(static_cast<std::size_t>(requestDepth) - 1).elapsed() : 0;
-    return {requestDepth, std::chrono::milliseconds(waitTime), closing};
-}
-
-QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *status, QString *error)
+// As syncGet(). authorization: the header of that name, or empty. challenges: receives the
+// WWW-Authenticate header of a 401 answer; may be null.
+QByteArray get(QNetworkAccessManager *manager, const QString &url, int *status, QString *error,
+               const QByteArray &authorization = {}, QByteArray *challenges = nullptr)
 {
     if (!mayStart(error)) {
         return {};
@@ -123,7 +118,11 @@ QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *stat
         }
         return {};
     }
-    const QPointer<QNetworkReply> reply = manager->get(nodeRequest(target));
+    QNetworkRequest request = nodeRequest(target);
+    if (!authorization.isEmpty()) {
+        request.setRawHeader("Authorization", authorization);
+    }
+    const QPointer<QNetworkReply> reply = manager->get(request);
     ResponseBody body(reply, maximumResponseBody);
     QString failure = waitFor(reply, body);
     QByteArray text;
@@ -138,10 +137,35 @@ QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *stat
     } else if (error) {
         *error = failure;
     }
+    if (reply && challenges && statusOf(reply) == 401) {
+        *challenges = reply->rawHeader("WWW-Authenticate");
+    }
     if (reply) {
         reply->deleteLater();
     }
     return text;
+}
+
+} // namespace
+
+RequestActivity requestActivity()
+{
+    const qint64 waitTime =
+        requestDepth > 0 ? waits.at(static_cast<std::size_t>(requestDepth) - 1).elapsed() : 0;
+    return {requestDepth, std::chrono::milliseconds(waitTime), closing};
+}
+
+QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *status, QString *error)
+{
+    return get(manager, url, status, error);
+}
+
+QByteArray syncGetWithCredentials(QNetworkAccessManager *manager, const QString &url, int *status)
+{
+    QByteArray challenges;
+    const QByteArray text = get(manager, url, status, nullptr, {}, &challenges);
+    const QByteArray authorization = authorizationFor(requestUrl(url), challenges);
+    return authorization.isEmpty() ? text : get(manager, url, status, nullptr, authorization);
 }
 
 bool syncPatchJson(QNetworkAccessManager *manager, const QUrl &url, const QJsonObject &body,

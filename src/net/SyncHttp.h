@@ -41,6 +41,11 @@ RequestActivity requestActivity();
 QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *status = nullptr,
                    QString *error = nullptr);
 
+// As syncGet(). When the answer is 401 and the URL has a user name, the request is sent once more
+// with what authorizationFor() says, and that answer counts.
+QByteArray syncGetWithCredentials(QNetworkAccessManager *manager, const QString &url,
+                                  int *status = nullptr);
+
 // PATCHes a URL with a JSON object, written compactly and with the members in ascending key order.
 // Returns true when the reply reports no error, whatever its status; the response body is not read.
 //
