@@ -302,6 +302,24 @@ private slots:
         QTEST(clicks.size(), "below");
     }
 
+    void aHeldKeyPressesOnce()
+    {
+        QPushButton button;
+        button.show();
+        QApplication::setActiveWindow(&button);
+        button.setFocus();
+        const QSignalSpy clicks(&button, &QPushButton::clicked);
+        // As Qt reports most repetitions under X11.
+        for (const ulong time : {1000, 1600, 1640, 1680}) {
+            for (const auto type : {QEvent::KeyRelease, QEvent::KeyPress}) {
+                QKeyEvent key(type, Qt::Key_Space, {});
+                key.setTimestamp(time);
+                QCoreApplication::sendEvent(button.windowHandle(), &key);
+            }
+        }
+        QCOMPARE(clicks.size(), 1);
+    }
+
     void saysThatADeviceIsNotRemembered()
     {
         const SimulatedNode node;
