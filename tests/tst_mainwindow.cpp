@@ -323,7 +323,7 @@ private slots:
             QTimer onCheck;
             // Not before the node has them: what is still on its way would be counted later.
             QObject::connect(&onCheck, &QTimer::timeout, &w.window, [&w, &node, &senders] {
-                if (requestActivity().depth == 2
+                if (requestActivity().levels == 2
                     && node.requestLines().contains(QStringLiteral("GET ") + senders)) {
                     w.window.close();
                 }
@@ -336,7 +336,7 @@ private slots:
         // Neither of them went on to its next request.
         QCOMPARE(node.requests().size(), sent);
         QCOMPARE(node.requests(QStringLiteral("PATCH")).size(), 1);
-        QCOMPARE(requestActivity().depth, 0);
+        QCOMPARE(requestActivity().levels, 0);
         QVERIFY(!requestActivity().closing);
         // A patch that the closing ended is no news.
         QCOMPARE(boxes.count, 0);

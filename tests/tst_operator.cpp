@@ -10,7 +10,6 @@
 
 #include <QClipboard>
 #include <QDialogButtonBox>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QPlainTextEdit>
@@ -89,7 +88,7 @@ private slots:
         QVERIFY(Window::choose(w.rx, w.rx->itemText(1)));
         tx.setFault(sendersPath, Fault::hang().times(1));
         tx.clearRequests();
-        onceAsked(&w.window, tx, sendersPath, [&] {
+        w.whenAsked(tx, sendersPath, [&] {
             Window::enter(isReceiver ? w.rx : w.tx, typed);
             tx.clearFaults();
         });
@@ -111,7 +110,7 @@ private slots:
             const QString path = selector == w.tx ? sendersPath : receiversPath;
             node.setFault(path, Fault::hang());
             node.clearRequests();
-            onceAsked(&w.window, node, path, [&] {
+            w.whenAsked(node, path, [&] {
                 selector->setEditText(QStringLiteral(" "));
                 node.clearFaults();
             });
@@ -146,7 +145,7 @@ private slots:
         node.setFault(asked, Fault::hang());
         node.clearRequests();
         Qt::CursorShape waiting = Qt::ArrowCursor;
-        onceAsked(&w.window, node, asked, [&] {
+        w.whenAsked(node, asked, [&] {
             std::make_unique<BusyCursor>().reset(); // a command that begins and ends meanwhile
             waiting = cursorShape();
             node.setFault(asked, Fault::status(503));
@@ -299,31 +298,6 @@ private slots:
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         }
         QTEST(clicks.size(), "below");
-    }
-
-    void saysThatADeviceIsNotRemembered()
-    {
-        const SimulatedNode node;
-        IntakeWindow w;
-        w.addDevice(QStringLiteral("127.0.0.1"), 1);
-        // A folder where the file belongs: it cannot be written, not even by root.
-        const QString file = settings().fileName();
-        QVERIFY(QFile::remove(file));
-        QVERIFY(QDir().mkpath(file));
-        w.addDevice(QStringLiteral("127.0.0.1"), node.port());
-        const auto added = w.boxes.take();
-        w.removeDevice(0);
-        const auto removed = w.boxes.take();
-        QVERIFY(QDir().rmdir(file));
-        QCOMPARE(added.size(), 1);
-        QCOMPARE(added.at(0).title, QStringLiteral("Add Device"));
-        QCOMPARE(added.at(0).icon, QMessageBox::Warning);
-        QCOMPARE(removed.size(), 1);
-        QCOMPARE(removed.at(0).title, QStringLiteral("Remove Device"));
-        // It is listed all the same, and the next write that succeeds says nothing.
-        QCOMPARE(w.tx->count(), 1);
-        w.addDevice(QStringLiteral("127.0.0.1"), 2);
-        QVERIFY(w.boxes.take().isEmpty());
     }
 
     void asksForDevicesPlainly()
