@@ -1,9 +1,9 @@
 // The About panel, and the weekly check for a newer version with the real library and a real feed.
 
-#include "Application.h"
 #include "FeedAddress.h"
 #include "support/Boxes.h"
 #include "support/EventCounter.h"
+#include "support/ProgramTest.h"
 #include "support/RawServer.h"
 #include "support/TestMain.h"
 #include "support/Window.h"
@@ -19,7 +19,7 @@ namespace {
 
 QUrl feedAddress;
 
-const QString dayKey = QStringLiteral("LastUpdateTime");
+const QString dayKey = u"LastUpdateTime"_s;
 
 constexpr qint64 secondsPerDay = 86400;
 
@@ -38,7 +38,7 @@ class Feed final : public RawServer {
 public:
     explicit Feed(const QByteArray &version)
     {
-        feedAddress = QUrl(QStringLiteral("http://") + host());
+        feedAddress = QUrl(u"http://"_s + host());
         answerTo = [this, version](const QByteArray &) {
             storedDays.append(dayOnDisk());
             return httpAnswer(R"({"velmoranodepatch":{"version":")" + version
@@ -51,7 +51,7 @@ public:
 
 QFrame *aboutPanel(const QWidget &window)
 {
-    return window.findChild<QFrame *>(QStringLiteral("aboutPanel"));
+    return window.findChild<QFrame *>(u"aboutPanel"_s);
 }
 
 } // namespace
@@ -61,7 +61,7 @@ QUrl releaseFeedAddress()
     return feedAddress;
 }
 
-class TestAbout final : public QObject {
+class TestAbout final : public ProgramTest {
     Q_OBJECT
 
 public slots:
@@ -73,13 +73,13 @@ public slots:
 private slots:
     void initTestCase()
     {
-        Application::setIdentity();
-        QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "open");
+        ProgramTest::initTestCase();
+        QDesktopServices::setUrlHandler(u"https"_s, this, "open");
     }
 
     void init()
     {
-        settings().clear();
+        ProgramTest::init();
         opened.clear();
     }
 
@@ -91,13 +91,13 @@ private slots:
         QTest::addColumn<bool>("storesToday");
         QTest::newRow("the first start asks nobody") << QString() << 0 << false << true;
         QTest::newRow("six days after the last check nobody is asked")
-            << QStringLiteral("%1") << -6 << false << false;
+            << u"%1"_s << -6 << false << false;
         QTest::newRow("seven days after the last check the feed is asked")
-            << QStringLiteral("%1") << -7 << true << true;
+            << u"%1"_s << -7 << true << true;
         QTest::newRow("nobody is asked after the clock was set back")
-            << QStringLiteral("%1") << 9 << false << false;
+            << u"%1"_s << 9 << false << false;
         QTest::newRow("a stored text that is no number counts as day 0")
-            << QStringLiteral("x%1") << 0 << true << true;
+            << u"x%1"_s << 0 << true << true;
     }
 
     void asksOnceAWeek()
@@ -126,9 +126,8 @@ private slots:
         QTest::addColumn<QString>("button");
         QTest::addColumn<QStringList>("opens");
         QTest::newRow("Download opens the address")
-            << QStringLiteral("Download")
-            << QStringList{QStringLiteral("https://velmora.example/get?a=1")};
-        QTest::newRow("Later opens nothing") << QStringLiteral("Later") << QStringList();
+            << u"Download"_s << QStringList{u"https://velmora.example/get?a=1"_s};
+        QTest::newRow("Later opens nothing") << u"Later"_s << QStringList();
         QTest::newRow("Escape opens nothing") << QString() << QStringList();
     }
 
@@ -156,9 +155,9 @@ private slots:
         poll.start(5);
         const Window w;
         QCOMPARE(shown,
-                 (ShownBox{QStringLiteral("VelmoraNodePatch"),
-                           QStringLiteral("A new version is available.\nVersion: 8.10.0 \n"
-                                          "Would you like to download now?"),
+                 (ShownBox{u"VelmoraNodePatch"_s,
+                           u"A new version is available.\nVersion: 8.10.0 \n"
+                           "Would you like to download now?"_s,
                            QMessageBox::Information}));
         QTEST(opened, "opens");
     }
@@ -180,12 +179,12 @@ private slots:
         for (const QLabel *label : labels) {
             texts.append(label->text());
         }
-        QCOMPARE(texts,
-                 (QStringList{QStringLiteral("VelmoraNodePatch"), QStringLiteral("v8.0.180"),
-                              QStringLiteral("velmora.example"), QString()}));
+        QCOMPARE(
+            texts,
+            (QStringList{u"VelmoraNodePatch"_s, u"v8.0.180"_s, u"velmora.example"_s, QString()}));
         QTRY_VERIFY(!panel->isVisible());
         QVERIFY(sinceShown.elapsed() >= 2300); // a coarse timer may be five percent early
-        w.press(QStringLiteral("About"));
+        w.press(u"About"_s);
         QVERIFY(panel->isVisible() && raised.count == 2);
         QTRY_VERIFY(!panel->isVisible());
     }

@@ -6,6 +6,7 @@
 #include "nmos/NmosClient.h"
 #include "support/Boxes.h"
 #include "support/EventCounter.h"
+#include "support/ProgramTest.h"
 #include "support/TestMain.h"
 #include "support/Window.h"
 #include "widgets/LightIndicator.h"
@@ -21,19 +22,19 @@
 
 namespace {
 
-const QString connectCommand = QStringLiteral("Connect (Tx->Rx)");
-const QString disconnectCommand = QStringLiteral("Disconnect Rx");
+const QString connectCommand = u"Connect (Tx->Rx)"_s;
+const QString disconnectCommand = u"Disconnect Rx"_s;
 
 QVariant senderEntry(const SimulatedNode &node, const QString &id)
 {
-    return QVariant::fromValue(NmosClient::SenderConnection{
-        id, QStringLiteral("label"), {}, node.host(), QStringLiteral("entry")});
+    return QVariant::fromValue(
+        NmosClient::SenderConnection{id, u"label"_s, {}, node.host(), u"entry"_s});
 }
 
 QVariant receiverEntry(const SimulatedNode &node, const QString &id)
 {
-    return QVariant::fromValue(NmosClient::ReceiverConnection{
-        id, QStringLiteral("label"), node.host(), QStringLiteral("entry")});
+    return QVariant::fromValue(
+        NmosClient::ReceiverConnection{id, u"label"_s, node.host(), u"entry"_s});
 }
 
 QString activeSender(const SimulatedNode &node, const QString &receiverId)
@@ -43,30 +44,19 @@ QString activeSender(const SimulatedNode &node, const QString &receiverId)
 
 } // namespace
 
-class TestMainWindow final : public QObject {
+class TestMainWindow final : public ProgramTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        Application::setIdentity();
-        Application::setAppearance();
-    }
-
-    void init()
-    {
-        settings().clear();
-    }
-
     void opensEmpty()
     {
-        store(QStringLiteral("lastTxIp"), QStringLiteral("127.0.0.1:1"));
+        store(u"lastTxIp"_s, u"127.0.0.1:1"_s);
         Window w;
-        QCOMPARE(w.window.windowTitle(), QStringLiteral("VelmoraNodePatch - velmora.example"));
+        QCOMPARE(w.window.windowTitle(), u"VelmoraNodePatch - velmora.example"_s);
         QCOMPARE(QApplication::windowIcon().availableSizes().size(), 4);
         for (const QComboBox *selector : {w.tx, w.rx}) {
             QCOMPARE(selector->currentText(), QString());
-            QCOMPARE(selector->lineEdit()->placeholderText(), QStringLiteral("e.g. 10.0.0.2"));
+            QCOMPARE(selector->lineEdit()->placeholderText(), u"e.g. 10.0.0.2"_s);
             // Not in the colour of an address that stands there.
             QCOMPARE(selector->lineEdit()->palette().placeholderText().color(), QColor(0x8b949e));
         }
@@ -86,7 +76,7 @@ private slots:
             const auto *button = qobject_cast<QPushButton *>(focus);
             order.append(button ? button->text() : focus->accessibleName());
             if (order.constLast() == connectCommand) {
-                QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, {}, QStringLiteral("\r"), true);
+                QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, {}, u"\r"_s, true);
                 QCoreApplication::sendEvent(focus, &held);
                 QVERIFY(boxes.take().isEmpty());
                 for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter}) {
@@ -97,12 +87,10 @@ private slots:
             }
             QTest::keyClick(focus, Qt::Key_Tab);
         } while (!w.tx->hasFocus());
-        QCOMPARE(
-            order,
-            (QStringList{QStringLiteral("Transmitter IP"), QStringLiteral("Show SDP…"),
-                         QStringLiteral("Receiver IP"), QStringLiteral("Show SDP…"), connectCommand,
-                         disconnectCommand, QStringLiteral("About"), QStringLiteral("Browse"),
-                         QStringLiteral("Add Device"), QStringLiteral("Remove Device")}));
+        QCOMPARE(order,
+                 (QStringList{u"Transmitter IP"_s, u"Show SDP…"_s, u"Receiver IP"_s, u"Show SDP…"_s,
+                              connectCommand, disconnectCommand, u"About"_s, u"Browse"_s,
+                              u"Add Device"_s, u"Remove Device"_s}));
     }
 
     void paintsTheLight()
@@ -146,7 +134,7 @@ private slots:
             return found;
         };
         Window w;
-        w.press(QStringLiteral("Browse"));
+        w.press(u"Browse"_s);
         const QList<QWidget *> opened = browsers();
         QCOMPARE(opened.size(), 1);
         // The main window leaves it alone when it goes.
@@ -155,7 +143,7 @@ private slots:
         for (const bool open : {true, false}) {
             browser->setVisible(open);
             QApplication::setActiveWindow(&w.window);
-            w.press(QStringLiteral("Browse"));
+            w.press(u"Browse"_s);
             QCOMPARE(browsers(), opened);
             QVERIFY(browser->isVisible());
             QTRY_COMPARE(QApplication::activeWindow(), browser.get());
@@ -167,60 +155,57 @@ private slots:
     {
         SimulatedNode node;
         Window w;
-        Window::enter(w.tx, QStringLiteral("  ") + node.host() + QStringLiteral(" studio "));
+        Window::enter(w.tx, u"  "_s + node.host() + u" studio "_s);
         QVERIFY(Window::isOn(w.txLight));
-        QCOMPARE(node.requestLines(),
-                 QStringList{QStringLiteral("GET /x-nmos/node/v1.3/senders/")});
-        const QString stored = node.host() + QStringLiteral(" studio");
-        QCOMPARE(settings().value(QStringLiteral("lastTxIp")).toString(), stored);
+        QCOMPARE(node.requestLines(), QStringList{u"GET /x-nmos/node/v1.3/senders/"_s});
+        const QString stored = node.host() + u" studio"_s;
+        QCOMPARE(settings().value(u"lastTxIp"_s).toString(), stored);
 
         Window::enter(w.rx, node.host());
         QVERIFY(!Window::isOn(w.rxLight));
-        QCOMPARE(node.requestLines().constLast(),
-                 QStringLiteral("GET /x-nmos/node/v1.3/receivers/"));
-        QVERIFY(!settings().contains(QStringLiteral("lastRxIp")));
+        QCOMPARE(node.requestLines().constLast(), u"GET /x-nmos/node/v1.3/receivers/"_s);
+        QVERIFY(!settings().contains(u"lastRxIp"_s));
 
         node.clearRequests();
         w.tx->clearEditText();
         QVERIFY(!Window::isOn(w.txLight));
         QVERIFY(node.requests().isEmpty());
-        QCOMPARE(settings().value(QStringLiteral("lastTxIp")).toString(), stored);
+        QCOMPARE(settings().value(u"lastTxIp"_s).toString(), stored);
 
         // Enter keeps the text out of the list.
         Window::enter(w.tx, node.host());
         QTest::keyClick(w.tx->lineEdit(), Qt::Key_Return);
         QCOMPARE(w.tx->count(), 0);
-        node.setCollection(QStringLiteral("senders"), "[]");
+        node.setCollection(u"senders"_s, "[]");
         emit w.tx->activated(0);
         QVERIFY(!Window::isOn(w.txLight));
-        node.setCollection(QStringLiteral("receivers"), R"([{"id": "r", "label": "R"}])");
+        node.setCollection(u"receivers"_s, R"([{"id": "r", "label": "R"}])");
         emit w.rx->activated(0);
         QVERIFY(Window::isOn(w.rxLight));
     }
 
     void patchesExactlyTheChosenEntries()
     {
-        const SimulatedNode tx(NodeDescription::wide(QStringLiteral("Wide"), 3, 0));
-        const SimulatedNode rx(NodeDescription::wide(QStringLiteral("Wide"), 0, 3));
+        const SimulatedNode tx(NodeDescription::wide(u"Wide"_s, 3, 0));
+        const SimulatedNode rx(NodeDescription::wide(u"Wide"_s, 0, 3));
         const QString sender = tx.senderIds().at(2);
         const QString receiver = rx.receiverIds().at(1);
         Boxes boxes;
         Window w;
-        Selector::of(w.tx)->add({{QStringLiteral("Output 3"), senderEntry(tx, sender)}});
-        Selector::of(w.rx)->add({{QStringLiteral("Input 2"), receiverEntry(rx, receiver)}});
+        Selector::of(w.tx)->add({{u"Output 3"_s, senderEntry(tx, sender)}});
+        Selector::of(w.rx)->add({{u"Input 2"_s, receiverEntry(rx, receiver)}});
         QCOMPARE(w.tx->currentText(), QString());
         w.tx->setCurrentIndex(0);
         w.rx->setCurrentIndex(0);
         QVERIFY(Window::isOn(w.txLight));
-        QCOMPARE(settings().value(QStringLiteral("lastTxIp")).toString(),
-                 QStringLiteral("Output 3"));
+        QCOMPARE(settings().value(u"lastTxIp"_s).toString(), u"Output 3"_s);
         w.press(connectCommand);
         QCOMPARE(activeSender(rx, receiver), sender);
-        QCOMPARE(rx.requests(QStringLiteral("PATCH")).size(), 1);
+        QCOMPARE(rx.requests(u"PATCH"_s).size(), 1);
 
         // Disconnecting goes by the node, not by the entry.
         w.press(disconnectCommand);
-        QCOMPARE(rx.requests(QStringLiteral("PATCH")).constLast().path,
+        QCOMPARE(rx.requests(u"PATCH"_s).constLast().path,
                  SimulatedNode::receiverStagedPath(rx.receiverIds().at(0)));
     }
 
@@ -232,14 +217,14 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QMessageBox::Icon>("icon");
         QTest::newRow("a host with a trailing word is nobody's")
-            << connectCommand << QStringLiteral(" studio") << false
-            << QStringLiteral("No video sender found on transmitter node.") << QMessageBox::Warning;
+            << connectCommand << u" studio"_s << false
+            << u"No video sender found on transmitter node."_s << QMessageBox::Warning;
         QTest::newRow("a refused patch tells why")
-            << connectCommand << QString() << true << QStringLiteral("Patch failed on video:\n%1")
+            << connectCommand << QString() << true << u"Patch failed on video:\n%1"_s
             << QMessageBox::Critical;
         QTest::newRow("a refused disconnection tells why")
-            << disconnectCommand << QString() << true
-            << QStringLiteral("Patch failed on video:\n%1") << QMessageBox::Critical;
+            << disconnectCommand << QString() << true << u"Patch failed on video:\n%1"_s
+            << QMessageBox::Critical;
     }
 
     void reportsFailures()
@@ -266,9 +251,9 @@ private slots:
         QCOMPARE(shown.size(), 1);
         QCOMPARE(shown.at(0).title, command.section(QLatin1Char(' '), 0, 0));
         QCOMPARE(shown.at(0).icon, icon);
-        QVERIFY(shown.at(0).text.startsWith(text.section(QStringLiteral("%1"), 0, 0)));
+        QVERIFY(shown.at(0).text.startsWith(text.section(u"%1"_s, 0, 0)));
         QCOMPARE(shown.at(0).text.size() > text.size(), refuse);
-        QCOMPARE(rx.requests(QStringLiteral("PATCH")).size(), refuse ? 1 : 0);
+        QCOMPARE(rx.requests(u"PATCH"_s).size(), refuse ? 1 : 0);
     }
 
     void keepsVideoWhenOthersFail()
@@ -292,9 +277,9 @@ private slots:
             QCOMPARE(shown.at(0).icon, QMessageBox::Information);
             const QStringList lines = shown.at(0).text.split(QLatin1Char('\n'));
             QCOMPARE(lines.size(), 5);
-            QCOMPARE(lines.at(0), QStringLiteral("Patch failed on audio:"));
+            QCOMPARE(lines.at(0), u"Patch failed on audio:"_s);
             QVERIFY(!lines.at(1).isEmpty());
-            QCOMPARE(lines.at(2), QStringLiteral("Patch failed on ancillary:"));
+            QCOMPARE(lines.at(2), u"Patch failed on ancillary:"_s);
             QCOMPARE(lines.at(3), lines.at(1));
             QCOMPARE(rx.receiverActive(video).value(QLatin1String("master_enable")).toBool(),
                      command == connectCommand);
@@ -306,7 +291,7 @@ private slots:
         SimulatedNode node(NodeDescription::receiver());
         const QString video = node.receiverIds(Essence::Video).value(0);
         node.setFault(SimulatedNode::receiverStagedPath(video), Fault::hang().onMethod("PATCH"));
-        const QString senders = SimulatedNode::collectionPath(QStringLiteral("senders"));
+        const QString senders = SimulatedNode::collectionPath(u"senders"_s);
         node.setFault(senders, Fault::hang());
         const EventCounter<QMessageBox> boxes(qApp, QEvent::Show);
         const int sent = [&node, &senders] {
@@ -316,15 +301,15 @@ private slots:
             // Two timers: the slot of one that waits in a request is not entered again.
             QTimer onPatch;
             QObject::connect(&onPatch, &QTimer::timeout, &w.window, [&w, &node] {
-                if (!node.requests(QStringLiteral("PATCH")).isEmpty()) {
+                if (!node.requests(u"PATCH"_s).isEmpty()) {
                     Window::enter(w.tx, node.host());
                 }
             });
             QTimer onCheck;
             // Not before the node has them: what is still on its way would be counted later.
             QObject::connect(&onCheck, &QTimer::timeout, &w.window, [&w, &node, &senders] {
-                if (requestActivity().depth == 2
-                    && node.requestLines().contains(QStringLiteral("GET ") + senders)) {
+                if (requestActivity().levels == 2
+                    && node.requestLines().contains(u"GET "_s + senders)) {
                     w.window.close();
                 }
             });
@@ -335,8 +320,8 @@ private slots:
         }();
         // Neither of them went on to its next request.
         QCOMPARE(node.requests().size(), sent);
-        QCOMPARE(node.requests(QStringLiteral("PATCH")).size(), 1);
-        QCOMPARE(requestActivity().depth, 0);
+        QCOMPARE(node.requests(u"PATCH"_s).size(), 1);
+        QCOMPARE(requestActivity().levels, 0);
         QVERIFY(!requestActivity().closing);
         // A patch that the closing ended is no news.
         QCOMPARE(boxes.count, 0);
@@ -345,7 +330,7 @@ private slots:
     void endsWhenARequestFollowsTheClosing()
     {
         SimulatedNode node;
-        node.setFault(QStringLiteral("*"), Fault::hang());
+        node.setFault(u"*"_s, Fault::hang());
         Application::endWithLastWindow();
         Window w;
         bool ended = true;

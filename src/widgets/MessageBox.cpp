@@ -1,5 +1,7 @@
 #include "widgets/MessageBox.h"
 
+#include "widgets/ModalDialog.h"
+
 #include <QAbstractButton>
 #include <QApplication>
 #include <QClipboard>
@@ -154,7 +156,7 @@ void showMessage(QWidget *parent, const Message &message)
     QAbstractButton *ok = box.button(QMessageBox::Ok);
     ok->setIcon({});
     ok->setFocus();
-    box.exec();
+    runModal(&box);
 }
 
 QString shownNodeText(const QString &text)

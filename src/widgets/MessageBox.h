@@ -46,8 +46,9 @@ private:
     bool awake = false; // keys have an effect
 };
 
-// Shows a message in a modal box with one OK button over the parent, and returns when the operator
-// has closed it.
+// Shows a message in a modal box with one OK button over the parent, and returns as soon as the
+// operator has closed it, whatever intakes wait for by then; a command that waited before goes on
+// after that. While the program closes, no box comes up (see widgets/ModalDialog.h).
 void showMessage(QWidget *parent, const Message &message);
 
 // Shortens a node's text to a thousand characters, as it is shown in messages. A node may send any
