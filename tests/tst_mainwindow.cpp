@@ -2,19 +2,17 @@
 
 #include "Application.h"
 #include "SimulatedNode.h"
-#include "net/SyncHttp.h"
-#include "nmos/NmosClient.h"
 #include "support/Boxes.h"
 #include "support/EventCounter.h"
 #include "support/ProgramTest.h"
 #include "support/TestMain.h"
 #include "support/Window.h"
 #include "widgets/LightIndicator.h"
-#include "widgets/Selector.h"
 
 #include <QComboBox>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <iterator>
@@ -25,23 +23,6 @@ namespace {
 const QString connectCommand = u"Connect (Tx->Rx)"_s;
 const QString disconnectCommand = u"Disconnect Rx"_s;
 
-QVariant senderEntry(const SimulatedNode &node, const QString &id)
-{
-    return QVariant::fromValue(
-        NmosClient::SenderConnection{id, u"label"_s, {}, node.host(), u"entry"_s});
-}
-
-QVariant receiverEntry(const SimulatedNode &node, const QString &id)
-{
-    return QVariant::fromValue(
-        NmosClient::ReceiverConnection{id, u"label"_s, node.host(), u"entry"_s});
-}
-
-QString activeSender(const SimulatedNode &node, const QString &receiverId)
-{
-    return node.receiverActive(receiverId).value(QLatin1String("sender_id")).toString();
-}
-
 } // namespace
 
 class TestMainWindow final : public ProgramTest {
@@ -50,7 +31,7 @@ class TestMainWindow final : public ProgramTest {
 private slots:
     void opensEmpty()
     {
-        store(u"lastTxIp"_s, u"127.0.0.1:1"_s);
+        settings().setValue(u"lastTxIp"_s, u"127.0.0.1:1"_s);
         Window w;
         QCOMPARE(w.window.windowTitle(), u"VelmoraNodePatch - velmora.example"_s);
         QCOMPARE(QApplication::windowIcon().availableSizes().size(), 4);
@@ -115,12 +96,11 @@ private slots:
         EventCounter<LightIndicator> paints(&light, QEvent::Paint);
         light.show();
         QTRY_VERIFY(paints.count > 0);
-        for (const auto &change : {std::function<void()>([&] { light.setOn(false); }),
-                                   std::function<void()>([&] { light.setColor(Qt::red); })}) {
-            paints.count = 0;
-            change();
-            QTRY_VERIFY(paints.count > 0);
-        }
+        paints.count = 0;
+        light.setOn(false);
+        QTRY_COMPARE(paints.count, 1);
+        light.setColor(Qt::red);
+        QTRY_COMPARE(paints.count, 2);
     }
 
     void opensOneBrowser()
@@ -184,75 +164,38 @@ private slots:
         QVERIFY(Window::isOn(w.rxLight));
     }
 
-    void patchesExactlyTheChosenEntries()
-    {
-        const SimulatedNode tx(NodeDescription::wide(u"Wide"_s, 3, 0));
-        const SimulatedNode rx(NodeDescription::wide(u"Wide"_s, 0, 3));
-        const QString sender = tx.senderIds().at(2);
-        const QString receiver = rx.receiverIds().at(1);
-        Boxes boxes;
-        Window w;
-        Selector::of(w.tx)->add({{u"Output 3"_s, senderEntry(tx, sender)}});
-        Selector::of(w.rx)->add({{u"Input 2"_s, receiverEntry(rx, receiver)}});
-        QCOMPARE(w.tx->currentText(), QString());
-        w.tx->setCurrentIndex(0);
-        w.rx->setCurrentIndex(0);
-        QVERIFY(Window::isOn(w.txLight));
-        QCOMPARE(settings().value(u"lastTxIp"_s).toString(), u"Output 3"_s);
-        w.press(connectCommand);
-        QCOMPARE(activeSender(rx, receiver), sender);
-        QCOMPARE(rx.requests(u"PATCH"_s).size(), 1);
-
-        // Disconnecting goes by the node, not by the entry.
-        w.press(disconnectCommand);
-        QCOMPARE(rx.requests(u"PATCH"_s).constLast().path,
-                 SimulatedNode::receiverStagedPath(rx.receiverIds().at(0)));
-    }
-
     void reportsFailures_data()
     {
         QTest::addColumn<QString>("command");
-        QTest::addColumn<QString>("txSuffix");
         QTest::addColumn<bool>("refuse");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QMessageBox::Icon>("icon");
-        QTest::newRow("a host with a trailing word is nobody's")
-            << connectCommand << u" studio"_s << false
-            << u"No video sender found on transmitter node."_s << QMessageBox::Warning;
-        QTest::newRow("a refused patch tells why")
-            << connectCommand << QString() << true << u"Patch failed on video:\n%1"_s
-            << QMessageBox::Critical;
-        QTest::newRow("a refused disconnection tells why")
-            << disconnectCommand << QString() << true << u"Patch failed on video:\n%1"_s
-            << QMessageBox::Critical;
+        QTest::newRow("a host with a trailing word is nobody's") << connectCommand << false;
+        QTest::newRow("a refused patch tells why") << connectCommand << true;
+        QTest::newRow("a refused disconnection tells why") << disconnectCommand << true;
     }
 
     void reportsFailures()
     {
         QFETCH(const QString, command);
-        QFETCH(const QString, txSuffix);
         QFETCH(const bool, refuse);
-        QFETCH(const QString, text);
-        QFETCH(const QMessageBox::Icon, icon);
         const SimulatedNode tx;
         SimulatedNode rx(NodeDescription::receiver());
-        const QString staged =
-            SimulatedNode::receiverStagedPath(rx.receiverIds(Essence::Video).value(0));
+        const QString video = rx.receiverIds(Essence::Video).value(0);
         if (refuse) {
-            rx.setFault(staged, Fault::status(423));
+            rx.setFault(SimulatedNode::receiverStagedPath(video), Fault::status(423));
         }
         Boxes boxes;
         Window w;
-        Window::enter(w.tx, tx.host() + txSuffix);
+        Window::enter(w.tx, tx.host() + (refuse ? u""_s : u" studio"_s));
         Window::enter(w.rx, rx.host());
         QVERIFY(Window::isOn(w.txLight));
         w.press(command);
         const auto shown = boxes.take();
         QCOMPARE(shown.size(), 1);
         QCOMPARE(shown.at(0).title, command.section(QLatin1Char(' '), 0, 0));
-        QCOMPARE(shown.at(0).icon, icon);
-        QVERIFY(shown.at(0).text.startsWith(text.section(u"%1"_s, 0, 0)));
-        QCOMPARE(shown.at(0).text.size() > text.size(), refuse);
+        QCOMPARE(shown.at(0).icon, refuse ? QMessageBox::Critical : QMessageBox::Warning);
+        const QString text = refuse ? u"Patch failed on video:\nError transferring "_s
+                                    : u"No video sender found on transmitter node."_s;
+        QCOMPARE(shown.at(0).text.left(text.size()), text);
         QCOMPARE(rx.requests(u"PATCH"_s).size(), refuse ? 1 : 0);
     }
 
@@ -275,56 +218,12 @@ private slots:
             const auto shown = boxes.take();
             QCOMPARE(shown.size(), 1);
             QCOMPARE(shown.at(0).icon, QMessageBox::Information);
-            const QStringList lines = shown.at(0).text.split(QLatin1Char('\n'));
-            QCOMPARE(lines.size(), 5);
-            QCOMPARE(lines.at(0), u"Patch failed on audio:"_s);
-            QVERIFY(!lines.at(1).isEmpty());
-            QCOMPARE(lines.at(2), u"Patch failed on ancillary:"_s);
-            QCOMPARE(lines.at(3), lines.at(1));
+            const QRegularExpression wanted(
+                u"^Patch failed on audio:\n(.+\n)Patch failed on ancillary:\n\\1$"_s);
+            QVERIFY2(wanted.match(shown.at(0).text).hasMatch(), qPrintable(shown.at(0).text));
             QCOMPARE(rx.receiverActive(video).value(QLatin1String("master_enable")).toBool(),
                      command == connectCommand);
         }
-    }
-
-    void closesWhileRequestsHang()
-    {
-        SimulatedNode node(NodeDescription::receiver());
-        const QString video = node.receiverIds(Essence::Video).value(0);
-        node.setFault(SimulatedNode::receiverStagedPath(video), Fault::hang().onMethod("PATCH"));
-        const QString senders = SimulatedNode::collectionPath(u"senders"_s);
-        node.setFault(senders, Fault::hang());
-        const EventCounter<QMessageBox> boxes(qApp, QEvent::Show);
-        const int sent = [&node, &senders] {
-            Window w;
-            Window::enter(w.rx, node.host());
-            QTimer::singleShot(0, &w.window, [&w] { w.press(disconnectCommand); });
-            // Two timers: the slot of one that waits in a request is not entered again.
-            QTimer onPatch;
-            QObject::connect(&onPatch, &QTimer::timeout, &w.window, [&w, &node] {
-                if (!node.requests(u"PATCH"_s).isEmpty()) {
-                    Window::enter(w.tx, node.host());
-                }
-            });
-            QTimer onCheck;
-            // Not before the node has them: what is still on its way would be counted later.
-            QObject::connect(&onCheck, &QTimer::timeout, &w.window, [&w, &node, &senders] {
-                if (requestActivity().levels == 2
-                    && node.requestLines().contains(u"GET "_s + senders)) {
-                    w.window.close();
-                }
-            });
-            onPatch.start(5);
-            onCheck.start(5);
-            QApplication::exec();
-            return node.requests().size();
-        }();
-        // Neither of them went on to its next request.
-        QCOMPARE(node.requests().size(), sent);
-        QCOMPARE(node.requests(u"PATCH"_s).size(), 1);
-        QCOMPARE(requestActivity().levels, 0);
-        QVERIFY(!requestActivity().closing);
-        // A patch that the closing ended is no news.
-        QCOMPARE(boxes.count, 0);
     }
 
     void endsWhenARequestFollowsTheClosing()

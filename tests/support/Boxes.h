@@ -59,7 +59,7 @@ public:
         return taken;
     }
 
-    // Looks at a message box before it is closed.
+    // Looks at a message box before it is closed, or closes it in its own way.
     std::function<void(QMessageBox *)> inspect;
     bool keepsOpen = false; // message boxes are left alone for the time being
     QElapsedTimer idle; // to be restarted when something happens
@@ -85,7 +85,9 @@ private:
             if (inspect) {
                 inspect(box);
             }
-            box->buttons().constFirst()->click();
+            if (box->isVisible()) {
+                box->buttons().constFirst()->click();
+            }
         } else if (auto *dialog = qobject_cast<QDialog *>(modal)) {
             if (answerDialog) {
                 answerDialog(dialog);
