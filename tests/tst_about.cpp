@@ -1,9 +1,9 @@
 // The About panel, and the weekly check for a newer version with the real library and a real feed.
 
-#include "Application.h"
 #include "FeedAddress.h"
 #include "support/Boxes.h"
 #include "support/EventCounter.h"
+#include "support/ProgramTest.h"
 #include "support/RawServer.h"
 #include "support/TestMain.h"
 #include "support/Window.h"
@@ -61,7 +61,7 @@ QUrl releaseFeedAddress()
     return feedAddress;
 }
 
-class TestAbout final : public QObject {
+class TestAbout final : public ProgramTest {
     Q_OBJECT
 
 public slots:
@@ -73,13 +73,13 @@ public slots:
 private slots:
     void initTestCase()
     {
-        Application::setIdentity();
+        ProgramTest::initTestCase();
         QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "open");
     }
 
     void init()
     {
-        settings().clear();
+        ProgramTest::init();
         opened.clear();
     }
 

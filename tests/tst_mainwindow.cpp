@@ -1,11 +1,11 @@
 // The main window, driven as an operator drives it, against real nodes.
 
-#include "Application.h"
 #include "SimulatedNode.h"
 #include "net/SyncHttp.h"
 #include "nmos/NmosClient.h"
 #include "support/Boxes.h"
 #include "support/EventCounter.h"
+#include "support/ProgramTest.h"
 #include "support/TestMain.h"
 #include "support/Window.h"
 #include "widgets/LightIndicator.h"
@@ -43,21 +43,10 @@ QString activeSender(const SimulatedNode &node, const QString &receiverId)
 
 } // namespace
 
-class TestMainWindow final : public QObject {
+class TestMainWindow final : public ProgramTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        Application::setIdentity();
-        Application::setAppearance();
-    }
-
-    void init()
-    {
-        settings().clear();
-    }
-
     void opensEmpty()
     {
         store(QStringLiteral("lastTxIp"), QStringLiteral("127.0.0.1:1"));

@@ -1,14 +1,13 @@
 // Commands use what the fields showed at the press, the cursor is busy meanwhile, and presses and
 // keys do what they were meant for.
 
-#include "Application.h"
 #include "support/IntakeWindow.h"
+#include "support/ProgramTest.h"
 #include "support/RawServer.h"
 #include "support/TestMain.h"
 #include "widgets/BusyCursor.h"
 #include "widgets/MessageBox.h"
 
-#include <QClipboard>
 #include <QDialogButtonBox>
 #include <QElapsedTimer>
 #include <QLabel>
@@ -49,20 +48,14 @@ void press(const QWidget &widget, int time, const QPoint &offset = {})
 
 } // namespace
 
-class TestOperator final : public QObject {
+class TestOperator final : public ProgramTest {
     Q_OBJECT
 
 private slots:
     void initTestCase()
     {
-        Application::setIdentity();
-        Application::setAppearance();
+        ProgramTest::initTestCase();
         Application::swallowStrayPresses();
-    }
-
-    void init()
-    {
-        settings().clear();
     }
 
     void patchesWhatThePressSaid_data()

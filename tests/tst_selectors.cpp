@@ -1,6 +1,6 @@
 // The address selectors and their two lists, under mouse and keyboard.
 
-#include "Application.h"
+#include "support/ProgramTest.h"
 #include "support/TestMain.h"
 #include "widgets/Selector.h"
 
@@ -191,16 +191,10 @@ void listRows()
 
 Q_DECLARE_METATYPE(std::function<void(Desk &)>)
 
-class TestSelectors final : public QObject {
+class TestSelectors final : public ProgramTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        Application::setIdentity();
-        Application::setAppearance();
-    }
-
     void offersMatchesWithoutWriting()
     {
         Desk desk;
