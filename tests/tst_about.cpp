@@ -19,7 +19,7 @@ namespace {
 
 QUrl feedAddress;
 
-const QString dayKey = u"LastUpdateTime"_s;
+const QString dayKey = "LastUpdateTime"_s;
 
 constexpr qint64 secondsPerDay = 86400;
 
@@ -38,7 +38,7 @@ class Feed final : public RawServer {
 public:
     explicit Feed(const QByteArray &version)
     {
-        feedAddress = QUrl(u"http://"_s + host());
+        feedAddress = QUrl("http://"_s + host());
         answerTo = [this, version](const QByteArray &) {
             storedDays.append(dayOnDisk());
             return httpAnswer(R"({"velmoranodepatch":{"version":")" + version
@@ -51,7 +51,7 @@ public:
 
 QFrame *aboutPanel(const QWidget &window)
 {
-    return window.findChild<QFrame *>(u"aboutPanel"_s);
+    return window.findChild<QFrame *>("aboutPanel"_s);
 }
 
 } // namespace
@@ -74,7 +74,7 @@ private slots:
     void initTestCase()
     {
         ProgramTest::initTestCase();
-        QDesktopServices::setUrlHandler(u"https"_s, this, "open");
+        QDesktopServices::setUrlHandler("https"_s, this, "open");
     }
 
     void init()
@@ -89,10 +89,10 @@ private slots:
         QTest::addColumn<int>("daysFromNow");
         QTest::addColumn<bool>("asks");
         QTest::newRow("the first start asks nobody") << QString() << 0 << false;
-        QTest::newRow("six days after the last check") << u"%1"_s << -6 << false;
-        QTest::newRow("seven days after the last check") << u"%1"_s << -7 << true;
-        QTest::newRow("after the clock was set back") << u"%1"_s << 9 << false;
-        QTest::newRow("a text that is no number counts as day 0") << u"x%1"_s << 0 << true;
+        QTest::newRow("six days after the last check") << "%1"_s << -6 << false;
+        QTest::newRow("seven days after the last check") << "%1"_s << -7 << true;
+        QTest::newRow("after the clock was set back") << "%1"_s << 9 << false;
+        QTest::newRow("a text that is no number counts as day 0") << "x%1"_s << 0 << true;
     }
 
     void asksOnceAWeek()
@@ -120,9 +120,9 @@ private slots:
     {
         QTest::addColumn<QString>("button");
         QTest::addColumn<QStringList>("opens");
-        const QStringList address{u"https://velmora.example/get?a=1"_s};
-        QTest::newRow("Download opens the address") << u"Download"_s << address;
-        QTest::newRow("Later opens nothing") << u"Later"_s << QStringList();
+        const QStringList address{"https://velmora.example/get?a=1"_s};
+        QTest::newRow("Download opens the address") << "Download"_s << address;
+        QTest::newRow("Later opens nothing") << "Later"_s << QStringList();
         QTest::newRow("closing the box opens nothing") << QString() << QStringList();
     }
 
@@ -143,8 +143,8 @@ private slots:
         };
         const Window w;
         QCOMPARE(boxes.take(),
-                 (QList<ShownBox>{{u"VelmoraNodePatch"_s,
-                                   u"A new version is available.\nVersion: 8.10.0 \n"
+                 (QList<ShownBox>{{"VelmoraNodePatch"_s,
+                                   "A new version is available.\nVersion: 8.10.0 \n"
                                    "Would you like to download now?"_s,
                                    QMessageBox::Information}}));
         QVERIFY(!hasPanel);
@@ -168,12 +168,11 @@ private slots:
         for (const QLabel *label : labels) {
             texts.append(label->text());
         }
-        QCOMPARE(
-            texts,
-            (QStringList{u"VelmoraNodePatch"_s, u"v8.0.180"_s, u"velmora.example"_s, QString()}));
+        QCOMPARE(texts,
+                 (QStringList{"VelmoraNodePatch"_s, "v8.0.180"_s, "velmora.example"_s, QString()}));
         QTRY_VERIFY(!panel->isVisible());
         QVERIFY(sinceShown.elapsed() >= 2300); // a coarse timer may be five percent early
-        w.press(u"About"_s);
+        w.press("About"_s);
         QVERIFY(panel->isVisible() && raised.count == 2);
         QTRY_VERIFY(!panel->isVisible());
     }

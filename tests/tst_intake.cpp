@@ -1,11 +1,10 @@
 // How nodes get into the selectors: by discovery, and by hand.
 
 #include "Announcer.h"
-#include "Application.h"
 #include "Plant.h"
-#include "net/Descriptors.h"
 #include "nmos/NmosClient.h"
 #include "support/IntakeWindow.h"
+#include "support/ProgramTest.h"
 #include "support/TestMain.h"
 #include "widgets/Selector.h"
 
@@ -19,22 +18,10 @@ const QString local = QStringLiteral("127.0.0.1");
 
 } // namespace
 
-class TestIntake final : public QObject {
+class TestIntake final : public ProgramTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        Application::setIdentity();
-        Announcer::silenceAvahi();
-        Descriptors::raiseLimit();
-    }
-
-    void init()
-    {
-        settings().clear();
-    }
-
     void findsAnAnnouncedNode()
     {
         const SimulatedNode node(NodeDescription::transmitter(),

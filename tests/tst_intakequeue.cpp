@@ -1,10 +1,9 @@
 // Who waits for whom: nodes that discovery reports, that were stored, or that the operator adds,
 // and what the operator does, while nodes hang, answer late, or come in crowds.
 
-#include "Application.h"
 #include "Plant.h"
-#include "net/Descriptors.h"
 #include "support/IntakeWindow.h"
+#include "support/ProgramTest.h"
 #include "support/TestMain.h"
 
 #include <QDeadlineTimer>
@@ -33,21 +32,10 @@ NodeDescription oneOfEach(int i)
 
 } // namespace
 
-class TestIntakeQueue final : public QObject {
+class TestIntakeQueue final : public ProgramTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        Application::setIdentity();
-        Descriptors::raiseLimit();
-    }
-
-    void init()
-    {
-        settings().clear();
-    }
-
     void asksNodesOneAfterAnother()
     {
         const SimulatedNode late(oneOfEach(1));

@@ -1,6 +1,5 @@
 // The main window, driven as an operator drives it, against real nodes.
 
-#include "Application.h"
 #include "SimulatedNode.h"
 #include "support/Boxes.h"
 #include "support/EventCounter.h"
@@ -20,8 +19,8 @@
 
 namespace {
 
-const QString connectCommand = u"Connect (Tx->Rx)"_s;
-const QString disconnectCommand = u"Disconnect Rx"_s;
+const QString connectCommand = "Connect (Tx->Rx)"_s;
+const QString disconnectCommand = "Disconnect Rx"_s;
 
 } // namespace
 
@@ -31,13 +30,13 @@ class TestMainWindow final : public ProgramTest {
 private slots:
     void opensEmpty()
     {
-        settings().setValue(u"lastTxIp"_s, u"127.0.0.1:1"_s);
+        settings().setValue("lastTxIp"_s, "127.0.0.1:1"_s);
         Window w;
-        QCOMPARE(w.window.windowTitle(), u"VelmoraNodePatch - velmora.example"_s);
+        QCOMPARE(w.window.windowTitle(), "VelmoraNodePatch - velmora.example"_s);
         QCOMPARE(QApplication::windowIcon().availableSizes().size(), 4);
         for (const QComboBox *selector : {w.tx, w.rx}) {
             QCOMPARE(selector->currentText(), QString());
-            QCOMPARE(selector->lineEdit()->placeholderText(), u"e.g. 10.0.0.2"_s);
+            QCOMPARE(selector->lineEdit()->placeholderText(), "e.g. 10.0.0.2"_s);
             // Not in the colour of an address that stands there.
             QCOMPARE(selector->lineEdit()->palette().placeholderText().color(), QColor(0x8b949e));
         }
@@ -57,7 +56,7 @@ private slots:
             const auto *button = qobject_cast<QPushButton *>(focus);
             order.append(button ? button->text() : focus->accessibleName());
             if (order.constLast() == connectCommand) {
-                QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, {}, u"\r"_s, true);
+                QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, {}, "\r"_s, true);
                 QCoreApplication::sendEvent(focus, &held);
                 QVERIFY(boxes.take().isEmpty());
                 for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter}) {
@@ -69,9 +68,9 @@ private slots:
             QTest::keyClick(focus, Qt::Key_Tab);
         } while (!w.tx->hasFocus());
         QCOMPARE(order,
-                 (QStringList{u"Transmitter IP"_s, u"Show SDP…"_s, u"Receiver IP"_s, u"Show SDP…"_s,
-                              connectCommand, disconnectCommand, u"About"_s, u"Browse"_s,
-                              u"Add Device"_s, u"Remove Device"_s}));
+                 (QStringList{"Transmitter IP"_s, "Show SDP…"_s, "Receiver IP"_s, "Show SDP…"_s,
+                              connectCommand, disconnectCommand, "About"_s, "Browse"_s,
+                              "Add Device"_s, "Remove Device"_s}));
     }
 
     void paintsTheLight()
@@ -114,7 +113,7 @@ private slots:
             return found;
         };
         Window w;
-        w.press(u"Browse"_s);
+        w.press("Browse"_s);
         const QList<QWidget *> opened = browsers();
         QCOMPARE(opened.size(), 1);
         // The main window leaves it alone when it goes.
@@ -123,7 +122,7 @@ private slots:
         for (const bool open : {true, false}) {
             browser->setVisible(open);
             QApplication::setActiveWindow(&w.window);
-            w.press(u"Browse"_s);
+            w.press("Browse"_s);
             QCOMPARE(browsers(), opened);
             QVERIFY(browser->isVisible());
             QTRY_COMPARE(QApplication::activeWindow(), browser.get());
@@ -135,31 +134,31 @@ private slots:
     {
         SimulatedNode node;
         Window w;
-        Window::enter(w.tx, u"  "_s + node.host() + u" studio "_s);
+        Window::enter(w.tx, "  "_s + node.host() + " studio "_s);
         QVERIFY(Window::isOn(w.txLight));
-        QCOMPARE(node.requestLines(), QStringList{u"GET /x-nmos/node/v1.3/senders/"_s});
-        const QString stored = node.host() + u" studio"_s;
-        QCOMPARE(settings().value(u"lastTxIp"_s).toString(), stored);
+        QCOMPARE(node.requestLines(), QStringList{"GET /x-nmos/node/v1.3/senders/"_s});
+        const QString stored = node.host() + " studio"_s;
+        QCOMPARE(settings().value("lastTxIp"_s).toString(), stored);
 
         Window::enter(w.rx, node.host());
         QVERIFY(!Window::isOn(w.rxLight));
-        QCOMPARE(node.requestLines().constLast(), u"GET /x-nmos/node/v1.3/receivers/"_s);
-        QVERIFY(!settings().contains(u"lastRxIp"_s));
+        QCOMPARE(node.requestLines().constLast(), "GET /x-nmos/node/v1.3/receivers/"_s);
+        QVERIFY(!settings().contains("lastRxIp"_s));
 
         node.clearRequests();
         w.tx->clearEditText();
         QVERIFY(!Window::isOn(w.txLight));
         QVERIFY(node.requests().isEmpty());
-        QCOMPARE(settings().value(u"lastTxIp"_s).toString(), stored);
+        QCOMPARE(settings().value("lastTxIp"_s).toString(), stored);
 
         // Enter keeps the text out of the list.
         Window::enter(w.tx, node.host());
         QTest::keyClick(w.tx->lineEdit(), Qt::Key_Return);
         QCOMPARE(w.tx->count(), 0);
-        node.setCollection(u"senders"_s, "[]");
+        node.setCollection("senders"_s, "[]");
         emit w.tx->activated(0);
         QVERIFY(!Window::isOn(w.txLight));
-        node.setCollection(u"receivers"_s, R"([{"id": "r", "label": "R"}])");
+        node.setCollection("receivers"_s, R"([{"id": "r", "label": "R"}])");
         emit w.rx->activated(0);
         QVERIFY(Window::isOn(w.rxLight));
     }
@@ -185,7 +184,7 @@ private slots:
         }
         Boxes boxes;
         Window w;
-        Window::enter(w.tx, tx.host() + (refuse ? u""_s : u" studio"_s));
+        Window::enter(w.tx, tx.host() + (refuse ? ""_s : " studio"_s));
         Window::enter(w.rx, rx.host());
         QVERIFY(Window::isOn(w.txLight));
         w.press(command);
@@ -193,10 +192,10 @@ private slots:
         QCOMPARE(shown.size(), 1);
         QCOMPARE(shown.at(0).title, command.section(QLatin1Char(' '), 0, 0));
         QCOMPARE(shown.at(0).icon, refuse ? QMessageBox::Critical : QMessageBox::Warning);
-        const QString text = refuse ? u"Patch failed on video:\nError transferring "_s
-                                    : u"No video sender found on transmitter node."_s;
+        const QString text = refuse ? "Patch failed on video:\nError transferring "_s
+                                    : "No video sender found on transmitter node."_s;
         QCOMPARE(shown.at(0).text.left(text.size()), text);
-        QCOMPARE(rx.requests(u"PATCH"_s).size(), refuse ? 1 : 0);
+        QCOMPARE(rx.requests("PATCH"_s).size(), refuse ? 1 : 0);
     }
 
     void keepsVideoWhenOthersFail()
@@ -219,7 +218,7 @@ private slots:
             QCOMPARE(shown.size(), 1);
             QCOMPARE(shown.at(0).icon, QMessageBox::Information);
             const QRegularExpression wanted(
-                u"^Patch failed on audio:\n(.+\n)Patch failed on ancillary:\n\\1$"_s);
+                "^Patch failed on audio:\n(.+\n)Patch failed on ancillary:\n\\1$"_s);
             QVERIFY2(wanted.match(shown.at(0).text).hasMatch(), qPrintable(shown.at(0).text));
             QCOMPARE(rx.receiverActive(video).value(QLatin1String("master_enable")).toBool(),
                      command == connectCommand);
@@ -229,7 +228,7 @@ private slots:
     void endsWhenARequestFollowsTheClosing()
     {
         SimulatedNode node;
-        node.setFault(u"*"_s, Fault::hang());
+        node.setFault("*"_s, Fault::hang());
         Application::endWithLastWindow();
         Window w;
         bool ended = true;

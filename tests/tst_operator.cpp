@@ -8,7 +8,6 @@
 #include "widgets/BusyCursor.h"
 #include "widgets/MessageBox.h"
 
-#include <QClipboard>
 #include <QDialogButtonBox>
 #include <QElapsedTimer>
 #include <QLabel>
@@ -22,8 +21,8 @@
 
 namespace {
 
-const QString connectCommand = u"Connect (Tx->Rx)"_s;
-const QString disconnectCommand = u"Disconnect Rx"_s;
+const QString connectCommand = "Connect (Tx->Rx)"_s;
+const QString disconnectCommand = "Disconnect Rx"_s;
 
 Qt::CursorShape cursorShape()
 {
@@ -65,22 +64,22 @@ private slots:
         QTest::addColumn<QString>("typed");
         QTest::addColumn<bool>("isReceiver");
         QTest::newRow("the receiver is cleared while the transmitter answers") << QString() << true;
-        QTest::newRow("another receiver is typed") << u"127.0.0.1:1"_s << true;
+        QTest::newRow("another receiver is typed") << "127.0.0.1:1"_s << true;
         QTest::newRow("the transmitter is cleared while it answers") << QString() << false;
-        QTest::newRow("another transmitter is typed") << u"127.0.0.1:1"_s << false;
+        QTest::newRow("another transmitter is typed") << "127.0.0.1:1"_s << false;
     }
 
     void patchesWhatThePressSaid()
     {
         QFETCH(const QString, typed);
         QFETCH(const bool, isReceiver);
-        SimulatedNode tx(NodeDescription::wide(u"Cam"_s, 3, 0));
-        const SimulatedNode rx(NodeDescription::wide(u"Mon"_s, 0, 3));
+        SimulatedNode tx(NodeDescription::wide("Cam"_s, 3, 0));
+        const SimulatedNode rx(NodeDescription::wide("Mon"_s, 0, 3));
         IntakeWindow w;
-        w.report(tx, u"Cam"_s);
-        w.report(rx, u"Mon"_s);
+        w.report(tx, "Cam"_s);
+        w.report(rx, "Mon"_s);
         QVERIFY(Window::choose(w.tx, w.tx->itemText(2)) && Window::isOn(w.txLight));
-        QCOMPARE(settings().value(u"lastTxIp"_s).toString(), w.tx->itemText(2));
+        QCOMPARE(settings().value("lastTxIp"_s).toString(), w.tx->itemText(2));
         QVERIFY(Window::choose(w.rx, w.rx->itemText(1)));
         tx.setFault(sendersPath, Fault::hang().times(1));
         tx.clearRequests();
@@ -90,7 +89,7 @@ private slots:
         });
         w.press(connectCommand);
         QVERIFY(w.boxes.take().isEmpty());
-        const auto patches = rx.requests(u"PATCH"_s);
+        const auto patches = rx.requests("PATCH"_s);
         QCOMPARE(patches.size(), 1);
         QCOMPARE(patches.at(0).path, SimulatedNode::receiverStagedPath(rx.receiverIds().at(1)));
         QCOMPARE(
@@ -99,20 +98,20 @@ private slots:
         // Disconnecting goes by the node, not by the entry.
         QVERIFY(Window::choose(w.rx, w.rx->itemText(1)));
         w.press(disconnectCommand);
-        QCOMPARE(rx.requests(u"PATCH"_s).constLast().path,
+        QCOMPARE(rx.requests("PATCH"_s).constLast().path,
                  SimulatedNode::receiverStagedPath(rx.receiverIds().at(0)));
     }
 
     void keepsAnEmptiedFieldDark()
     {
-        SimulatedNode node(NodeDescription::wide(u"Both"_s, 1, 1));
+        SimulatedNode node(NodeDescription::wide("Both"_s, 1, 1));
         IntakeWindow w;
         for (QComboBox *selector : {w.tx, w.rx}) {
             const QString path = selector == w.tx ? sendersPath : receiversPath;
             node.setFault(path, Fault::hang());
             node.clearRequests();
             w.whenAsked(node, path, [&] {
-                selector->setEditText(u" "_s);
+                selector->setEditText(" "_s);
                 node.clearFaults();
             });
             Window::enter(selector, node.host());
@@ -134,7 +133,7 @@ private slots:
     void isBusyWhileACommandWaits()
     {
         QFETCH(const QString, asked);
-        SimulatedNode node(NodeDescription::wide(u"Both"_s, 1, 1));
+        SimulatedNode node(NodeDescription::wide("Both"_s, 1, 1));
         IntakeWindow w;
         Window::enter(w.tx, node.host());
         Window::enter(w.rx, node.host());
@@ -180,14 +179,14 @@ private slots:
         QCOMPARE(shown.size(), 1);
         // Unchanged, cut at 1,000 characters.
         QVERIFY(shown.at(0).text.contains(QLatin1String("<h1>no</h1>word word")));
-        QCOMPARE(shown.at(0).text.size(), u"Patch failed on video:\n"_s.size() + 1001);
+        QCOMPARE(shown.at(0).text.size(), "Patch failed on video:\n"_s.size() + 1001);
         QVERIFY(shown.at(0).text.endsWith(QChar(0x2026)));
         QVERIFY(isPlain);
     }
 
     void aBoxTakesNoKeyAtFirst()
     {
-        MessageBox box({QMessageBox::Critical, {}, u"Patch failed\non video\nonce"_s},
+        MessageBox box({QMessageBox::Critical, {}, "Patch failed\non video\nonce"_s},
                        QMessageBox::Ok, nullptr);
         const auto press = [&box](int key, Qt::KeyboardModifiers modifiers = {}) {
             QTest::keyClick(box.windowHandle(), Qt::Key(key), modifiers);
@@ -207,7 +206,7 @@ private slots:
         }
         // Returns that repeat do not close it later, either.
         const auto isClosedByHeldKey = [&box] {
-            QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, {}, u"\r"_s, true);
+            QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, {}, "\r"_s, true);
             QCoreApplication::sendEvent(okOf(box), &held);
             return !box.isVisible();
         };
@@ -220,11 +219,11 @@ private slots:
         QVERIFY(box.isVisible());
         QVERIFY(sinceShown.hasExpired(500));
 
-        auto *label = box.findChild<QLabel *>(u"qt_msgbox_label"_s);
+        auto *label = box.findChild<QLabel *>("qt_msgbox_label"_s);
         label->setSelection(6, 15);
-        QVERIFY(copies(u"failed\non video"_s));
+        QVERIFY(copies("failed\non video"_s));
         label->setFocus();
-        QVERIFY(copies(u"failed\non video"_s));
+        QVERIFY(copies("failed\non video"_s));
         QTest::keyClick(&box, Qt::Key_Escape);
         QVERIFY(!box.isVisible());
     }
@@ -233,9 +232,9 @@ private slots:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<bool>("scrolls");
-        QTest::newRow("short words") << u"ab "_s.repeated(333) << false;
+        QTest::newRow("short words") << "ab "_s.repeated(333) << false;
         QTest::newRow("one long word") << QString(1000, QLatin1Char('w')) << true;
-        QTest::newRow("line breaks") << u"a\n"_s.repeated(500) << true;
+        QTest::newRow("line breaks") << "a\n"_s.repeated(500) << true;
     }
 
     void aBoxFitsTheScreen()
@@ -252,7 +251,7 @@ private slots:
             QCOMPARE(view->toPlainText(), text);
             QVERIFY(view->isVisible() && view->verticalScrollBar()->value() == 0);
         } else {
-            const auto *label = box.findChild<QLabel *>(u"qt_msgbox_label"_s);
+            const auto *label = box.findChild<QLabel *>("qt_msgbox_label"_s);
             QVERIFY(label->height() >= label->heightForWidth(label->width()));
             QVERIFY(box.width() >= 2 * box.height() - 80);
         }
@@ -264,14 +263,14 @@ private slots:
         // the button below, "e" on its edge; each with its time in milliseconds.
         QTest::addColumn<QString>("presses");
         QTest::addColumn<int>("below"); // how many clicks
-        QTest::newRow("a double click") << u"c1000 b1080"_s << 0;
-        QTest::newRow("a slow one") << u"c1000 b1450"_s << 0;
-        QTest::newRow("a triple click") << u"c1000 b1450 b1900"_s << 0;
-        QTest::newRow("a press after the double-click time") << u"c1000 b1700"_s << 1;
-        QTest::newRow("a press elsewhere") << u"c1000 e1080"_s << 1;
-        QTest::newRow("a double click on one window") << u"b1000 b1080"_s << 2;
-        QTest::newRow("a press that the window below gets, too") << u"c1000 b1000 b1080"_s << 2;
-        QTest::newRow("after the clock's turn") << u"c2147483600 b-2147483616"_s << 0;
+        QTest::newRow("a double click") << "c1000 b1080"_s << 0;
+        QTest::newRow("a slow one") << "c1000 b1450"_s << 0;
+        QTest::newRow("a triple click") << "c1000 b1450 b1900"_s << 0;
+        QTest::newRow("a press after the double-click time") << "c1000 b1700"_s << 1;
+        QTest::newRow("a press elsewhere") << "c1000 e1080"_s << 1;
+        QTest::newRow("a double click on one window") << "b1000 b1080"_s << 2;
+        QTest::newRow("a press that the window below gets, too") << "c1000 b1000 b1080"_s << 2;
+        QTest::newRow("after the clock's turn") << "c2147483600 b-2147483616"_s << 0;
     }
 
     void aDoubleClickPressesOnce()
@@ -332,12 +331,12 @@ private slots:
         w.device = [&](QDialog *dialog) {
             look(dialog);
             tip = dialog->findChild<QLineEdit *>()->toolTip();
-            dialog->findChild<QLineEdit *>()->setText(u"127.0.0.1"_s);
+            dialog->findChild<QLineEdit *>()->setText("127.0.0.1"_s);
             // The click that brings the focus selects the port; the next one places the cursor.
             auto *port = dialog->findChild<QSpinBox *>()->findChild<QLineEdit *>();
             QApplication::setActiveWindow(dialog);
             QTest::mouseClick(port, Qt::LeftButton);
-            QCOMPARE(port->selectedText(), u"80"_s);
+            QCOMPARE(port->selectedText(), "80"_s);
             QTest::mouseClick(port, Qt::LeftButton);
             QVERIFY(!port->hasSelectedText());
             dialog->findChild<QLineEdit *>()->setFocus();
@@ -345,7 +344,7 @@ private slots:
             QTest::keyClicks(port, QString::number(node.port()));
             dialog->accept();
         };
-        w.press(u"Add Device"_s);
+        w.press("Add Device"_s);
         QVERIFY(tip.contains(QLatin1String("port"), Qt::CaseInsensitive));
         QCOMPARE(w.tx->count(), 1);
         w.device = [&](QDialog *dialog) {
@@ -355,7 +354,7 @@ private slots:
             QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, row);
             QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, row);
         };
-        w.press(u"Remove Device"_s);
+        w.press("Remove Device"_s);
         QCOMPARE(w.tx->count(), 0);
         QVERIFY(!hasIcons);
     }

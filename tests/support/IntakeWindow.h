@@ -5,6 +5,7 @@
 #include "support/Boxes.h"
 #include "support/Window.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QDialog>
 #include <QLineEdit>

@@ -6,12 +6,6 @@
 
 #include <QSettings>
 
-// Texts in the short form of Qt 6: u"text"_s.
-inline QString operator""_s(const char16_t *text, std::size_t size)
-{
-    return QString::fromUtf16(text, static_cast<int>(size));
-}
-
 struct ShownWindow {
     ShownWindow()
     {
