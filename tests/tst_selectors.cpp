@@ -1,6 +1,6 @@
 // The address selectors and their two lists, under mouse and keyboard.
 
-#include "Application.h"
+#include "support/ProgramTest.h"
 #include "support/TestMain.h"
 #include "widgets/Selector.h"
 
@@ -18,11 +18,6 @@
 #include <QWheelEvent>
 
 namespace {
-
-QString operator""_s(const char *text, std::size_t size)
-{
-    return QString::fromUtf8(text, static_cast<int>(size));
-}
 
 // A window with two selectors and a button. Mouse and keys go the way of the window system's
 // events: a window that takes hold of the mouse gets them.
@@ -191,16 +186,10 @@ void listRows()
 
 Q_DECLARE_METATYPE(std::function<void(Desk &)>)
 
-class TestSelectors final : public QObject {
+class TestSelectors final : public ProgramTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        Application::setIdentity();
-        Application::setAppearance();
-    }
-
     void offersMatchesWithoutWriting()
     {
         Desk desk;
