@@ -19,11 +19,6 @@
 
 namespace {
 
-QString operator""_s(const char *text, std::size_t size)
-{
-    return QString::fromUtf8(text, static_cast<int>(size));
-}
-
 // A window with two selectors and a button. Mouse and keys go the way of the window system's
 // events: a window that takes hold of the mouse gets them.
 struct Desk {

@@ -49,7 +49,9 @@ void Boxes::look()
         if (inspect) {
             inspect(box);
         }
-        box->buttons().constFirst()->click();
+        if (box->isVisible()) {
+            box->buttons().constFirst()->click();
+        }
     } else if (auto *dialog = qobject_cast<QDialog *>(modal)) {
         if (answerDialog) {
             answerDialog(dialog);

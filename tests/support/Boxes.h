@@ -33,7 +33,7 @@ public:
     // The boxes that were shown since the last call, oldest first.
     QList<ShownBox> take();
 
-    // Looks at a message box before it is closed.
+    // Looks at a message box before it is closed, or closes it in its own way.
     std::function<void(QMessageBox *)> inspect;
     bool keepsOpen = false; // message boxes are left alone for the time being
     QElapsedTimer idle; // to be restarted when something happens
