@@ -267,6 +267,7 @@ private slots:
         Desk desk(cameras(1, 1));
         const bool given = QTest::currentDataTag()[0] == 'a';
         const auto clickBeside = [&](QWidget *target, const QPoint &point) {
+            moveTo(&desk.selector, {5, 5});
             const QListView *list = desk.open(dropDown);
             QVERIFY(list->isVisible());
             QWindow *pressed = (given ? list->window() : &desk.window)->windowHandle();
@@ -282,6 +283,7 @@ private slots:
         QCOMPARE(presses.size(), 1);
         QCOMPARE(clicks.size(), 1);
         QVERIFY(desk.button.hasFocus() && !desk.button.isDown());
+        QTRY_VERIFY(!desk.selector.underMouse());
 
         desk.selector.setCurrentIndex(0);
         clickBeside(desk.selector.lineEdit(), {2, 5});
@@ -345,6 +347,8 @@ private slots:
         // The program has them all at once.
         QVERIFY(desk.entries->find("Camera 25b"_s) > 0);
         QCOMPARE(desk.entries->find("Camera 24"_s), -1);
+        list->keyboardSearch("Camera 60"_s);
+        QVERIFY(list->currentIndex().data() != "Camera 60"_s);
 
         click(list->viewport(), placeOf(list, wanted));
         QCOMPARE(desk.chosen(), wanted);
@@ -375,6 +379,7 @@ private slots:
         QCOMPARE(desk.selector.currentText(), dropDown ? QString() : "C"_s);
         QCOMPARE(changed.size(), 1);
         moveTo(list->viewport(), placeOf(list, gone));
+        QVERIFY(!(list->indexAt(placeOf(list, gone)).flags() & Qt::ItemIsSelectable));
         click(list->viewport(), placeOf(list, gone));
         list->setCurrentIndex(list->model()->index(2, 0));
         QTest::keyClick(list->window()->windowHandle(), Qt::Key_Return);
@@ -493,7 +498,8 @@ private slots:
         QListView *list = desk.open(dropDown);
         const int width = list->fontMetrics().horizontalAdvance(longest);
         QVERIFY(width > desk.selector.width());
-        QVERIFY(list->viewport()->width() >= width && list->viewport()->width() < width + 100);
+        QVERIFY(list->viewport()->width() >= list->sizeHintForColumn(0));
+        QVERIFY(list->viewport()->width() < width + 100);
         // Each takes one line, and no two look alike.
         QVector<QImage> pictures;
         for (int row = 0; row < texts.size(); ++row) {
@@ -509,12 +515,15 @@ private slots:
             moveTo(list->viewport(), placeOf(list, list->model()->index(row, 0).data().toString()));
             QTRY_VERIFY(blue(row) > blue(10 - row) + 50);
         }
+        list->setCurrentIndex(list->model()->index(5, 0));
+        QTRY_COMPARE(blue(5), list->palette().highlight().color().blue());
         click(list->viewport(), placeOf(list, broken));
         QCOMPARE(desk.selector.currentText(), broken);
         QCOMPARE(desk.chosen(), broken);
 
         // One that is too long for the screen, and for a line edit by itself, is elided.
         const QString endless(40000, QLatin1Char('C'));
+        desk.close();
         desk.add({endless}); // the first of all
         desk.window.move(200, 0);
         desk.open(dropDown);
@@ -522,7 +531,7 @@ private slots:
         QCOMPARE(place.left(), desk.field().left());
         QCOMPARE(place.right(), desk.window.screen()->geometry().right());
         QCOMPARE(list->textElideMode(), Qt::ElideMiddle);
-        QCOMPARE(list->horizontalScrollBar()->maximum(), 0);
+        QCOMPARE(pictureOf(list, 0).width(), list->viewport()->width());
         click(list->viewport(), placeOf(list, endless));
         QCOMPARE(desk.chosen(), endless);
 
@@ -554,8 +563,7 @@ private slots:
         const QString shown = tip(cut);
         QVERIFY(Qt::mightBeRichText(shown));
         QCOMPARE(QTextDocumentFragment::fromHtml(shown).toPlainText(), cut);
-        tip(cut + QLatin1Char('y'));
-        QTRY_COMPARE(QToolTip::text(), QString());
+        QVERIFY(!tip(cut + QLatin1Char('y')).contains("xy"_s)); // typed
     }
 };
 
