@@ -267,7 +267,6 @@ private slots:
         Desk desk(cameras(1, 1));
         const bool given = QTest::currentDataTag()[0] == 'a';
         const auto clickBeside = [&](QWidget *target, const QPoint &point) {
-            moveTo(&desk.selector, {5, 5});
             const QListView *list = desk.open(dropDown);
             QVERIFY(list->isVisible());
             QWindow *pressed = (given ? list->window() : &desk.window)->windowHandle();
@@ -283,7 +282,6 @@ private slots:
         QCOMPARE(presses.size(), 1);
         QCOMPARE(clicks.size(), 1);
         QVERIFY(desk.button.hasFocus() && !desk.button.isDown());
-        QTRY_VERIFY(!desk.selector.underMouse());
 
         desk.selector.setCurrentIndex(0);
         clickBeside(desk.selector.lineEdit(), {2, 5});
@@ -531,7 +529,6 @@ private slots:
         QCOMPARE(place.left(), desk.field().left());
         QCOMPARE(place.right(), desk.window.screen()->geometry().right());
         QCOMPARE(list->textElideMode(), Qt::ElideMiddle);
-        QCOMPARE(pictureOf(list, 0).width(), list->viewport()->width());
         click(list->viewport(), placeOf(list, endless));
         QCOMPARE(desk.chosen(), endless);
 
