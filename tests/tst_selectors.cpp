@@ -11,7 +11,6 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollBar>
-#include <QTextDocument>
 #include <QTextDocumentFragment>
 #include <QToolTip>
 #include <QVBoxLayout>
@@ -62,9 +61,9 @@ struct Desk {
             .toString();
     }
 
-    void key(Qt::Key key, Qt::KeyboardModifiers modifiers = {})
+    void key(int key, Qt::KeyboardModifiers modifiers = {})
     {
-        QTest::keyClick(window.windowHandle(), key, modifiers);
+        QTest::keyClick(window.windowHandle(), Qt::Key(key), modifiers);
     }
 
     void type(const QString &text)
@@ -123,14 +122,6 @@ void click(QWidget *widget, const QPoint &point)
 {
     QTest::mouseClick(widget->window()->windowHandle(), Qt::LeftButton, {},
                       widget->mapTo(widget->window(), point));
-}
-
-void turnWheel(QWidget *widget, int angle)
-{
-    const QPoint centre = widget->rect().center();
-    QWheelEvent event(centre, widget->mapToGlobal(centre), {}, {0, angle}, Qt::NoButton, {},
-                      Qt::NoScrollPhase, false);
-    QCoreApplication::sendEvent(widget, &event);
 }
 
 // The texts of the rows that can be seen, with their places.
@@ -209,7 +200,7 @@ private slots:
 
         // Enter picks nothing that was not gone to, nor from a closed list; entries that come
         // meanwhile are offered with the next key.
-        for (const Qt::Key key :
+        for (const int key :
              {Qt::Key_Return, Qt::Key_Down, Qt::Key_Down, Qt::Key_Escape, Qt::Key_Return}) {
             desk.key(key);
         }
@@ -233,25 +224,20 @@ private slots:
         QCOMPARE(desk.chosen(), QString());
     }
 
-    void disregardsTheWheel()
+    void ignoresTheWheel()
     {
         Desk desk(cameras(10, 60));
         desk.selector.setCurrentIndex(7);
-        QSignalSpy changed(&desk.selector, &QComboBox::editTextChanged);
-        QSignalSpy activated(&desk.selector, qOverload<int>(&QComboBox::activated));
-        for (QWidget *focused : QList<QWidget *>{&desk.selector, &desk.button}) {
-            focused->setFocus();
-            turnWheel(desk.selector.lineEdit(), -120);
-            turnWheel(&desk.selector, 120);
-        }
-        QVERIFY(changed.isEmpty() && activated.isEmpty());
-        for (const bool dropDown : {true, false}) {
-            const QListView *list = desk.open(dropDown);
-            const int before = list->verticalScrollBar()->value();
-            turnWheel(list->viewport(), -120);
-            QVERIFY(list->verticalScrollBar()->value() > before);
-            desk.close();
-        }
+        const auto turn = [](QWidget *under) {
+            QWheelEvent event({5, 5}, under->mapToGlobal({5, 5}), {}, {0, -120}, Qt::NoButton, {},
+                              Qt::NoScrollPhase, false);
+            QCoreApplication::sendEvent(under, &event);
+        };
+        turn(desk.selector.lineEdit());
+        turn(&desk.selector);
+        QCOMPARE(desk.selector.currentIndex(), 7);
+        turn(desk.open(false)->viewport());
+        QVERIFY(desk.matches->verticalScrollBar()->value() > 0);
     }
 
     void theFirstClickBesideCounts_data()
@@ -333,13 +319,16 @@ private slots:
         QListView *list = desk.open(dropDown);
         list->verticalScrollBar()->setValue(10);
         const QStringList before = seen(list);
-        QVERIFY(before.size() >= 15 && before.size() <= 20);
-        const QString wanted = "Camera 35"_s;
-        moveTo(list->viewport(), placeOf(list, wanted));
+        const QString back = "Camera 35"_s;
+        const QPoint place = placeOf(list, back);
+        moveTo(list->viewport(), place);
 
         desk.add(cameras(10, 19) + cameras(60, 69) + QStringList{"Camera 25b"_s});
-        desk.remove("Camera 24"_s);
-        desk.remove("Camera 36"_s);
+        for (const QString &gone : {"Camera 24"_s, back, "Camera 36"_s}) {
+            desk.remove(gone);
+        }
+        QVERIFY(!(list->indexAt(place).flags() & Qt::ItemIsSelectable));
+        desk.add({back}); // under the same text while the list is still open
         QCoreApplication::processEvents();
         QCOMPARE(seen(list), before);
         // The program has them all at once.
@@ -348,10 +337,11 @@ private slots:
         list->keyboardSearch("Camera 60"_s);
         QVERIFY(list->currentIndex().data() != "Camera 60"_s);
 
-        click(list->viewport(), placeOf(list, wanted));
-        QCOMPARE(desk.chosen(), wanted);
+        click(list->viewport(), place);
+        QCOMPARE(desk.chosen(), back);
         QVERIFY(!list->isVisible());
         QTRY_COMPARE(desk.selector.count(), 59);
+        QCOMPARE(desk.chosen(), back);
         desk.open(dropDown);
         QCOMPARE(list->model()->rowCount(), 59);
         list->scrollToTop();
@@ -376,30 +366,18 @@ private slots:
         QCOMPARE(desk.remove(gone), dropDown ? gone : QString());
         QCOMPARE(desk.selector.currentText(), dropDown ? QString() : "C"_s);
         QCOMPARE(changed.size(), 1);
-        moveTo(list->viewport(), placeOf(list, gone));
-        QVERIFY(!(list->indexAt(placeOf(list, gone)).flags() & Qt::ItemIsSelectable));
         click(list->viewport(), placeOf(list, gone));
         list->setCurrentIndex(list->model()->index(2, 0));
         QTest::keyClick(list->window()->windowHandle(), Qt::Key_Return);
         QCOMPARE(desk.selector.currentIndex(), -1);
         QTRY_COMPARE(desk.selector.count(), 4);
 
-        // It comes back under the same text while the list is still open.
+        // What came while it was open is shown when it is opened again.
         QCOMPARE(seen(desk.open(dropDown)).size(), 4);
-        desk.remove("Camera 4"_s);
-        desk.add({"Camera 4"_s});
-        click(list->viewport(), placeOf(list, "Camera 4"_s));
-        QTRY_COMPARE(desk.selector.count(), 4);
-        QCOMPARE(desk.chosen(), "Camera 4"_s);
-
-        // The list grows when it is opened again.
-        desk.open(dropDown);
         desk.add(cameras(10, 43));
-        QCoreApplication::processEvents();
         QCOMPARE(seen(list).size(), 4);
         desk.close();
-        desk.open(dropDown);
-        QVERIFY(seen(list).size() >= 15 && seen(list).size() <= 20);
+        QVERIFY(seen(desk.open(dropDown)).size() >= 15);
     }
 
     // Whatever happens to the entry that was chosen before.
@@ -415,10 +393,8 @@ private slots:
                 desk.selector.showPopup();
             }
             field->setSelection(1, 2);
-            for (const char *goes : {"Camera 1", "Camera 3"}) {
-                QCOMPARE(desk.remove(QLatin1String(goes)), QString());
-            }
-            desk.entries->remove([](const QVariant &) { return true; });
+            desk.remove("Camera 1"_s);
+            QVERIFY(!desk.entries->remove([](const QVariant &) { return true; }).isValid());
             desk.selector.hidePopup();
             QTRY_COMPARE(desk.selector.count(), 0);
             QCOMPARE(desk.selector.currentIndex(), -1);
@@ -545,9 +521,8 @@ private slots:
 
     void tellsAChoiceThatIsCut()
     {
-        const QString fits = "Camera 1"_s;
         const QString cut = "<b>Studio</b> A & B: "_s + QString(60, QLatin1Char('x'));
-        Desk desk({fits, cut});
+        Desk desk({"Camera 1"_s, cut});
         const auto tip = [&desk](const QString &text) {
             desk.selector.setCurrentIndex(desk.entries->find(text));
             desk.selector.setEditText(text);
@@ -555,11 +530,8 @@ private slots:
             QCoreApplication::sendEvent(desk.selector.lineEdit(), &event);
             return QToolTip::text();
         };
-        QCOMPARE(tip(fits), QString());
-        // Letter by letter: the text is a node's.
-        const QString shown = tip(cut);
-        QVERIFY(Qt::mightBeRichText(shown));
-        QCOMPARE(QTextDocumentFragment::fromHtml(shown).toPlainText(), cut);
+        QCOMPARE(tip("Camera 1"_s), QString());
+        QCOMPARE(QTextDocumentFragment::fromHtml(tip(cut)).toPlainText(), cut); // letter by letter
         QVERIFY(!tip(cut + QLatin1Char('y')).contains("xy"_s)); // typed
     }
 };
