@@ -3,7 +3,7 @@
 #include "Identity.h"
 #include "discovery/BrowserWindow.h"
 #include "discovery/NMOSMdnsBrowser.h"
-#include "net/SyncHttp.h"
+#include "net/NestedWait.h"
 #include "nmos/IntakeQueue.h"
 #include "nmos/NodeEndpoint.h"
 #include "widgets/BusyCursor.h"
@@ -13,6 +13,7 @@
 #include "widgets/Selector.h"
 
 #include <QApplication>
+#include <QCloseEvent>
 #include <QComboBox>
 #include <QFrame>
 #include <QHBoxLayout>
@@ -68,11 +69,21 @@ MainWindow::MainWindow(QWidget *parent)
 
 MainWindow::~MainWindow()
 {
+    Closing::over();
     if (mdns) {
         mdns->stop();
         delete mdns;
     }
     delete aboutPanel;
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    QMainWindow::closeEvent(event);
+    if (event->isAccepted()) {
+        mdns->stop();
+        Closing::begin();
+    }
 }
 
 QWidget *MainWindow::buildCentralWidget()
@@ -200,12 +211,11 @@ bool MainWindow::runCommand(const std::function<std::optional<Message>()> &comma
 {
     std::optional<Message> message;
     {
-        const IntakeQueue::OperatorCommand operatorCommand(intakes);
         const BusyCursor busy;
         message = command();
     }
-    // Show no message for a command that failed because the program is closing.
-    if (message && !requestActivity().closing) {
+    // While the program closes this shows nothing.
+    if (message) {
         showMessage(this, *message);
     }
     return !message;

@@ -53,6 +53,9 @@ public:
 protected:
     void keyPressEvent(QKeyEvent *event) override;
     void showEvent(QShowEvent *event) override;
+    // Ends what the window's commands wait for and stops discovery, even if the browser window
+    // stays open. Until the window is destroyed no request is sent and no dialog comes up.
+    void closeEvent(QCloseEvent *event) override;
 
 private slots:
     void checkTx();
@@ -92,7 +95,8 @@ private:
 
     // Node intake
     void startDiscovery();
-    void takeInDiscovered(const QString &serviceName, const QString &host);
+    // removed keeps what the first run of an intake has removed for those after an interruption.
+    void takeInDiscovered(const QString &serviceName, const QString &host, RemovedChoice *removed);
     // Asks a manual device for its senders and receivers and lists them. Does nothing when
     // discovery has reported the host, or when the device is not in the list any more.
     void probeManualDevice(const ManualDevice &device);

@@ -4,6 +4,7 @@
 
 #include "Identity.h"
 #include "widgets/MessageBox.h"
+#include "widgets/ModalDialog.h"
 
 #include <VxUtil.h>
 
@@ -78,7 +79,7 @@ void MainWindow::checkForUpdate()
     const QPushButton *download =
         box.addButton(QStringLiteral("Download"), QMessageBox::AcceptRole);
     box.addButton(QStringLiteral("Later"), QMessageBox::RejectRole);
-    box.exec();
+    runModal(&box);
     if (box.clickedButton() == download) {
         QDesktopServices::openUrl(update->download);
     }

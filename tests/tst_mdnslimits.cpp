@@ -1,4 +1,4 @@
-// The mDNS layer under load, under attack, and at its end.
+// The mDNS layer under load, with hostile packets, and during destruction.
 
 #include "MdnsPacket.h"
 #include "support/MdnsWatch.h"

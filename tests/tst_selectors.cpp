@@ -1,6 +1,6 @@
 // The address selectors and their two lists, under mouse and keyboard.
 
-#include "Application.h"
+#include "support/ProgramTest.h"
 #include "support/TestMain.h"
 #include "widgets/Selector.h"
 
@@ -17,11 +17,6 @@
 #include <QWheelEvent>
 
 namespace {
-
-QString operator""_s(const char *text, std::size_t size)
-{
-    return QString::fromUtf8(text, static_cast<int>(size));
-}
 
 // A window with two selectors and a button. Mouse and keys go the way of the window system's
 // events: a window that takes hold of the mouse gets them.
@@ -171,7 +166,7 @@ QStringList cameras(int first, int last)
 
 } // namespace
 
-class TestSelectors final : public QObject {
+class TestSelectors final : public ProgramTest {
     Q_OBJECT
 
     // Both lists, for the tests that run with each.
@@ -183,11 +178,6 @@ class TestSelectors final : public QObject {
     }
 
 private slots:
-    void initTestCase()
-    {
-        Application::setAppearance();
-    }
-
     void offersMatchesWithoutWriting()
     {
         Desk desk({"Cam 1 (10.0.0.25:80-A)"_s, "Cam 2 (10.0.0.3:80-B)"_s, "Grader"_s});

@@ -63,7 +63,7 @@ void TestSyncHttp::cleanup()
 {
     // No reply outlives its request.
     QTRY_VERIFY(!manager || manager->findChildren<QNetworkReply *>().isEmpty());
-    QCOMPARE(requestActivity().depth, 0);
+    QCOMPARE(requestActivity().levels, 0);
 }
 
 void TestSyncHttp::normalizesUrls_data()
@@ -151,13 +151,13 @@ void TestSyncHttp::refusesTheFifthNestedRequest()
     std::function<void()> nest = [&] {
         int status = -1;
         QString error;
-        const int depth = requestActivity().depth;
-        if (depth < maximumRequestDepth) {
+        const int levels = requestActivity().levels;
+        if (levels < maximumLevels) {
             QTimer::singleShot(0, manager.get(), nest);
         }
-        if (depth < maximumRequestDepth - 1) {
+        if (levels < maximumLevels - 1) {
             bodies.append(syncGet(manager.get(), node.baseUrl() + path));
-        } else if (depth < maximumRequestDepth) {
+        } else if (levels < maximumLevels) {
             // It leaves the connections of the others alone.
             QVERIFY(!syncPatchJson(manager.get(), QUrl(node.baseUrl() + path), {}, &status));
             QCOMPARE(status, 404);
@@ -168,7 +168,7 @@ void TestSyncHttp::refusesTheFifthNestedRequest()
             QVERIFY(!syncPatchJson(manager.get(), QUrl(node.baseUrl()), {}, &status, &error));
             QCOMPARE(error, QStringLiteral("Reentrant call depth exceeded"));
             QCOMPARE(status, -1);
-            QCOMPARE(requestActivity().depth, 4);
+            QCOMPARE(requestActivity().levels, 4);
             node.clearFaults();
         }
     };
