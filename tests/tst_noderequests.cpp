@@ -21,8 +21,7 @@ namespace {
 
 QString stagedPath(const char *id)
 {
-    return QStringLiteral("/x-nmos/connection/v1.1/single/receivers/%1/staged")
-        .arg(QLatin1String(id));
+    return "/x-nmos/connection/v1.1/single/receivers/%1/staged"_s.arg(QLatin1String(id));
 }
 
 NmosClient::SenderLookup senderAt(const QString &manifest)
@@ -48,20 +47,18 @@ private slots:
         RawServer node(httpAnswer("v=0"));
         node.tls = certificate.server;
         QString sdp;
-        const auto lookup = senderAt(QStringLiteral("https://%1/sdp").arg(node.host()));
+        const auto lookup = senderAt("https://%1/sdp"_s.arg(node.host()));
         QVERIFY(!NmosClient().fetchSenderSdp(lookup, &sdp));
         certificate.trust();
         QVERIFY(NmosClient().fetchSenderSdp(lookup, &sdp));
-        QCOMPARE(sdp, QStringLiteral("v=0"));
+        QCOMPARE(sdp, "v=0"_s);
 
         NMOSMdnsBrowser browser;
         QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
         browser.start();
         announce(node, {"api_proto=https"});
         QTRY_COMPARE(ready.size(), 1);
-        QCOMPARE(node.requestLines(),
-                 QStringList(
-                     {QStringLiteral("GET /sdp"), QStringLiteral("GET /x-nmos/node/v1.3/self")}));
+        QCOMPARE(node.requestLines(), QStringList({"GET /sdp"_s, "GET /x-nmos/node/v1.3/self"_s}));
     }
 
     void asksDirectly_data()
@@ -72,7 +69,7 @@ private slots:
     void asksDirectly()
     {
         const RawServer proxy(httpAnswer("[]", "502 Bad Gateway"));
-        const RawServer node(httpAnswer("[]"), QHostAddress(QStringLiteral("192.0.2.1")));
+        const RawServer node(httpAnswer("[]"), QHostAddress("192.0.2.1"_s));
         const auto variables = {"http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"};
         for (const char *variable : variables) {
             qputenv(variable, "http://" + proxy.host().toLatin1());
@@ -98,7 +95,7 @@ private slots:
 
     void leavesTheZoneOutOfTheHostHeader()
     {
-        const RawServer node(httpAnswer("[]"), QHostAddress(QStringLiteral("fe80::1%vx0")));
+        const RawServer node(httpAnswer("[]"), QHostAddress("fe80::1%vx0"_s));
         if (!node.isListening()) {
             QSKIP("this machine has no such address");
         }
@@ -117,7 +114,7 @@ private slots:
     void keepsNoCookies()
     {
         const RawServer node(httpAnswer("[]", "200 OK\r\nSet-Cookie: a=b; Path=/"),
-                             QHostAddress(QStringLiteral("192.0.2.1")));
+                             QHostAddress("192.0.2.1"_s));
         QFETCH(const bool, byDiscovery);
         if (byDiscovery) {
             NMOSMdnsBrowser browser;
@@ -169,8 +166,8 @@ private slots:
         QFETCH(QByteArray, secret);
         challenge.replace('\'', '"');
         RawServer node(httpAnswer("[]", "401 No\r\nWWW-Authenticate: " + challenge));
-        const QString host = QStringLiteral("us%22er:p%3A%C3%A4@") + node.host();
-        const auto manifest = senderAt(QStringLiteral("http://%1/sdp?a=%20b").arg(host));
+        const QString host = "us%22er:p%3A%C3%A4@"_s + node.host();
+        const auto manifest = senderAt("http://%1/sdp?a=%20b"_s.arg(host));
         NmosClient client;
         QString sdp;
         QVERIFY(!client.fetchSenderSdp(manifest, &sdp));
@@ -185,16 +182,16 @@ private slots:
         // They are kept for nothing else, and are one line.
         node.requests.clear();
         client.hasSenders(host);
-        client.fetchSenderSdp(senderAt(QStringLiteral("http://%1/").arg(node.host())), &sdp);
+        client.fetchSenderSdp(senderAt("http://%1/"_s.arg(node.host())), &sdp);
         QCOMPARE(authorizations(node), QByteArrayList({"", ""}));
-        client.fetchSenderSdp(senderAt(QLatin1String("http://a%0D%0AB@") + node.host()), &sdp);
+        client.fetchSenderSdp(senderAt("http://a%0D%0AB@"_s + node.host()), &sdp);
         QVERIFY(node.requests.size() > 2 && !node.requests.last().contains("\nB"));
 
         node.answerTo = [refusal = node.answer](const QByteArray &request) {
             return request.contains("\r\nAuthorization: ") ? httpAnswer("v=0") : refusal;
         };
         QCOMPARE(client.fetchSenderSdp(manifest, &sdp), !answer.isEmpty());
-        QCOMPARE(sdp, answer.isEmpty() ? QString() : QStringLiteral("v=0"));
+        QCOMPARE(sdp, answer.isEmpty() ? QString() : "v=0"_s);
     }
 
     void keepsIdsInTheirSegment_data()
@@ -229,9 +226,8 @@ private slots:
         QCOMPARE(error.isEmpty(), !path.isEmpty());
         QVERIFY(!client.fetchReceiverSdp(receiver, &sdp));
         QCOMPARE(node.requestLines(),
-                 path.isEmpty()
-                     ? QStringList()
-                     : QStringList({QLatin1String("PATCH ") + path, QLatin1String("GET ") + path}));
+                 path.isEmpty() ? QStringList()
+                                : QStringList({"PATCH "_s + path, "GET "_s + path}));
     }
 
     void logsRefusedPatches()
@@ -239,18 +235,19 @@ private slots:
         const LogRecorder log("nodepatch.requests");
         const auto restore = qScopeGuard([] { QLoggingCategory::setFilterRules({}); });
         RawServer node(httpAnswer({}, "423 Locked"));
-        const NmosClient::ReceiverLookup receiver{QStringLiteral("r"), {}, node.host(), {}, {}};
+        const NmosClient::ReceiverLookup receiver{"r"_s, {}, node.host(), {}, {}};
         NmosClient client;
         client.disconnectReceiver(receiver);
         QCOMPARE(log.lines(), QStringList());
 
-        QLoggingCategory::setFilterRules(QStringLiteral("nodepatch.requests.info=true"));
+        QLoggingCategory::setFilterRules("nodepatch.requests.info=true"_s);
         client.disconnectReceiver(receiver);
-        const QString url = QLatin1String("http://") + node.host() + stagedPath("r");
-        QCOMPARE(log.lines(),
-                 QStringList(QStringLiteral("info: PATCH %1 status 423: Error transferring %1 - "
-                                            "server replied: Locked")
-                                 .arg(url)));
+        const QString url = "http://"_s + node.host() + stagedPath("r");
+        QCOMPARE(
+            log.lines(),
+            QStringList(
+                "info: PATCH %1 status 423: Error transferring %1 - server replied: Locked"_s.arg(
+                    url)));
         node.answer = httpAnswer({}, "204 No Content");
         client.disconnectReceiver(receiver);
         QCOMPARE(log.lines().size(), 1);
@@ -267,8 +264,7 @@ private slots:
         const auto enqueue = [&](int more, bool ofOneHost = false) {
             for (const int end = count + more; count < end; ++count) {
                 const quint32 host = 0x7f010000 + (ofOneHost ? 0 : static_cast<quint32>(count));
-                const QUrl url(QStringLiteral("http://%1:%2/%3")
-                                   .arg(QHostAddress(host).toString())
+                const QUrl url("http://%1:%2/%3"_s.arg(QHostAddress(host).toString())
                                    .arg(server->serverPort())
                                    .arg(count));
                 gate.enqueue(url, [&, url, number = count] {
