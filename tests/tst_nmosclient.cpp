@@ -104,9 +104,8 @@ private slots:
 
     void takesNonEmptyArraysOnly_data()
     {
-        QTest::addColumn<Fault>("fault");
-        QTest::addColumn<bool>("found");
-        QTest::addColumn<QString>("logged"); // %1 is the address
+        // logged: %1 is the address
+        columns<Fault, bool, QString>("fault", "found", "logged");
         const auto row = [](const char *title, const Fault &fault, bool found,
                             const char *logged = "") {
             QTest::newRow(title) << fault << found << QString::fromLatin1(logged);
@@ -181,10 +180,8 @@ private slots:
         const int video = NmosClient::Video;
         const int audio = NmosClient::Audio;
         const int data = NmosClient::Data;
-        QTest::addColumn<QByteArray>("flows");
-        QTest::addColumn<int>("kind");
-        QTest::addColumn<QString>("preferredId");
-        QTest::addColumn<QString>("found"); // id and label; empty: none
+        // found: id and label; empty: none
+        columns<QByteArray, int, QString, QString>("flows", "kind", "preferredId", "found");
         const QByteArray av = json("[{'id':'fa','format':'F:audio'},"
                                    " {'id':'fv','format':'F:video'}]");
         QTest::newRow("the first of the format") << av << video << QString() << "v V"_s;
@@ -326,10 +323,8 @@ private slots:
 
     void activatesASenderWithoutSdp_data()
     {
-        QTest::addColumn<Fault>("manifestFault");
-        QTest::addColumn<Fault>("stagedFault");
-        QTest::addColumn<QStringList>("methods");
-        QTest::addColumn<bool>("connected");
+        columns<Fault, Fault, QStringList, bool>("manifestFault", "stagedFault", "methods",
+                                                 "connected");
         const Fault none = Fault::delay(0);
         const QString get = "GET"_s;
         const QString patch = "PATCH"_s;
@@ -378,9 +373,7 @@ private slots:
 
     void reportsRefusedPatches_data()
     {
-        QTest::addColumn<Fault>("fault");
-        QTest::addColumn<bool>("accepted");
-        QTest::addColumn<bool>("explained");
+        columns<Fault, bool, bool>("fault", "accepted", "explained");
         QTest::newRow("200") << Fault::status(200) << true << false;
         QTest::newRow("204") << Fault::status(204) << true << false;
         QTest::newRow("a redirect is no success and no error")
@@ -407,10 +400,7 @@ private slots:
 
     void readsStagedSdp_data()
     {
-        QTest::addColumn<Fault>("staged");
-        QTest::addColumn<bool>("found");
-        QTest::addColumn<QString>("sdp");
-        QTest::addColumn<int>("warnings");
+        columns<Fault, bool, QString, int>("staged", "found", "sdp", "warnings");
         const auto row = [](const char *title, const Fault &staged, bool found,
                             const char *sdp = "untouched", int warnings = 0) {
             QTest::newRow(title) << staged << found << QString::fromLatin1(sdp) << warnings;

@@ -61,15 +61,25 @@ private slots:
         QCOMPARE(node.requestLines(), QStringList({"GET /sdp"_s, "GET /x-nmos/node/v1.3/self"_s}));
     }
 
-    void asksDirectly_data()
+    void asksPlainly_data()
     {
-        addAskers();
+        QTest::addColumn<bool>("byDiscovery");
+        QTest::newRow("the client") << false;
+#ifdef NODEPATCH_MDNS_LAYER // an installed QMdnsEngine finds addresses without their zones
+        QTest::newRow("discovery") << true;
+#endif
     }
 
-    void asksDirectly()
+    // Without the environment's proxies, the address's zone, and the cookies of an earlier answer.
+    void asksPlainly()
     {
+        QFETCH(const bool, byDiscovery);
         const RawServer proxy(httpAnswer("[]", "502 Bad Gateway"));
-        const RawServer node(httpAnswer("[]"), QHostAddress("192.0.2.1"_s));
+        const RawServer node(httpAnswer("[]", "200 OK\r\nSet-Cookie: a=b; Path=/"),
+                             QHostAddress("fe80::1%vx0"_s));
+        if (!node.isListening()) {
+            QSKIP("this machine has no such address");
+        }
         const auto variables = {"http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"};
         for (const char *variable : variables) {
             qputenv(variable, "http://" + proxy.host().toLatin1());
@@ -79,43 +89,6 @@ private slots:
                 qunsetenv(variable);
             }
         });
-        ask(node);
-        QCOMPARE(node.requests.size(), 1);
-        QCOMPARE(proxy.connections, 0);
-    }
-
-    void leavesTheZoneOutOfTheHostHeader_data()
-    {
-        QTest::addColumn<bool>("byDiscovery");
-        QTest::newRow("the client") << false;
-#ifdef NODEPATCH_MDNS_LAYER // an installed QMdnsEngine finds addresses without their zones
-        QTest::newRow("discovery") << true;
-#endif
-    }
-
-    void leavesTheZoneOutOfTheHostHeader()
-    {
-        const RawServer node(httpAnswer("[]"), QHostAddress("fe80::1%vx0"_s));
-        if (!node.isListening()) {
-            QSKIP("this machine has no such address");
-        }
-        ask(node);
-        QCOMPARE(node.requests.size(), 1);
-        const QByteArray host =
-            "\r\nHost: [fe80::1]:" + QByteArray::number(node.serverPort()) + "\r\n";
-        QVERIFY2(node.requests.first().contains(host), node.requests.first().constData());
-    }
-
-    void keepsNoCookies_data()
-    {
-        addAskers();
-    }
-
-    void keepsNoCookies()
-    {
-        const RawServer node(httpAnswer("[]", "200 OK\r\nSet-Cookie: a=b; Path=/"),
-                             QHostAddress("192.0.2.1"_s));
-        QFETCH(const bool, byDiscovery);
         if (byDiscovery) {
             NMOSMdnsBrowser browser;
             QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
@@ -130,14 +103,18 @@ private slots:
             client.hasSenders(node.host());
         }
         QVERIFY(node.requests.size() >= 2);
-        QVERIFY2(!node.requests.last().contains("\r\nCookie:"), node.requests.last().constData());
+        QCOMPARE(proxy.connections, 0);
+        const QByteArray request = node.requests.last();
+        const QByteArray port = QByteArray::number(node.serverPort());
+        QVERIFY2(request.contains("\r\nHost: [fe80::1]:" + port + "\r\n"), request.constData());
+        QVERIFY2(!request.contains("\r\nCookie:"), request.constData());
     }
 
     void answersChallenges_data()
     {
-        QTest::addColumn<QByteArray>("challenge");
-        QTest::addColumn<QByteArray>("answer"); // #: the response, @: the cnonce; empty: none
-        QTest::addColumn<QByteArray>("secret"); // "nonce:nc:cnonce:qop" of the response
+        // answer: #: the response, @: the cnonce; empty: none; secret: "nonce:nc:cnonce:qop" of the
+        // response
+        columns<QByteArray, QByteArray, QByteArray>("challenge", "answer", "secret");
         const auto row = [](const char *name, const QByteArray &challenge,
                             const QByteArray &answer = {}, const QByteArray &secret = {}) {
             QTest::newRow(name) << challenge << answer << secret;
@@ -196,8 +173,8 @@ private slots:
 
     void keepsIdsInTheirSegment_data()
     {
-        QTest::addColumn<QString>("id");
-        QTest::addColumn<QString>("path"); // empty: nothing is requested
+        // path: empty: nothing is requested
+        columns<QString, QString>("id", "path");
         const auto row = [](const char *name, const char *id, const QString &path) {
             QTest::newRow(name) << QString::fromUtf8(id) << path;
         };
@@ -316,28 +293,6 @@ private:
             headers += at < 0 ? "" : request.mid(begin, request.indexOf("\r\n", begin) - begin);
         }
         return headers;
-    }
-
-    static void addAskers()
-    {
-        QTest::addColumn<bool>("byDiscovery");
-        QTest::newRow("the client") << false;
-        QTest::newRow("discovery") << true;
-    }
-
-    // One exchange with the node, whatever comes of it.
-    void ask(const RawServer &node)
-    {
-        QFETCH(const bool, byDiscovery);
-        if (!byDiscovery) {
-            NmosClient().hasSenders(node.host());
-            return;
-        }
-        NMOSMdnsBrowser browser;
-        QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
-        browser.start();
-        announce(node);
-        QTRY_VERIFY(!ready.isEmpty());
     }
 
     void announce(const RawServer &node, const QByteArrayList &attributes = {})

@@ -50,8 +50,7 @@ private slots:
 
     void normalizesUrls_data()
     {
-        QTest::addColumn<QString>("url");
-        QTest::addColumn<QString>("normalized");
+        columns<QString, QString>("url", "normalized");
         const auto row = [](const char *name, const char *url, const char *normalized) {
             QTest::newRow(name) << QString::fromLatin1(url) << QString::fromLatin1(normalized);
         };
@@ -96,8 +95,8 @@ private slots:
 
     void requestsHttpOnly_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QUrl>("url"); // invalid: none
+        // url: invalid: none
+        columns<QString, QUrl>("text", "url");
         const auto row = [](const char *name, const char *text, const char *url = "") {
             QTest::newRow(name) << QString::fromLatin1(text) << QUrl(QString::fromLatin1(url));
         };
@@ -183,10 +182,7 @@ private slots:
 
     void unpacksBodies_data()
     {
-        QTest::addColumn<QByteArray>("encoding");
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QString>("failure");
+        columns<QByteArray, QByteArray, QByteArray, QString>("encoding", "body", "text", "failure");
         const QByteArray text(3000000, ' ');
         const auto zlib = [](const QByteArray &unpacked) {
             return qCompress(unpacked).mid(4);

@@ -70,9 +70,7 @@ class TestVxUtil final : public QObject {
 private slots:
     void judgesTheFeed_data()
     {
-        QTest::addColumn<QByteArray>("answer");
-        QTest::addColumn<int>("expected");
-        QTest::addColumn<Version>("installed");
+        columns<QByteArray, int, Version>("answer", "expected", "installed");
         const auto row = [](const QByteArray &name, const QByteArray &answer, int expected,
                             const Version &installed = {8, 0, 180}) {
             QTest::newRow(name.constData()) << answer << expected << installed;
@@ -189,9 +187,7 @@ private slots:
 
     void goesThroughTheSystemsProxy_data()
     {
-        QTest::addColumn<QUrl>("feed");
-        QTest::addColumn<QByteArray>("request");
-        QTest::addColumn<int>("expected");
+        columns<QUrl, QByteArray, int>("feed", "request", "expected");
         QTest::newRow("http: the proxy is asked for the feed")
             << QUrl("http://feed.example?b"_s)
             << QByteArray("GET http://feed.example/?b HTTP/1.1\r\nHost: feed.example\r\n"
@@ -223,10 +219,7 @@ private slots:
 
     void meetsTheTimeLimit_data()
     {
-        QTest::addColumn<QString>("scheme");
-        QTest::addColumn<QByteArray>("answer");
-        QTest::addColumn<QByteArray>("drip");
-        QTest::addColumn<int>("expected");
+        columns<QString, QByteArray, QByteArray, int>("scheme", "answer", "drip", "expected");
         const auto row = [](const char *name, const char *scheme, const QByteArray &answer,
                             const QByteArray &drip, int expected = VXUTIL_NO_ANSWER) {
             QTest::newRow(name) << QString::fromLatin1(scheme) << answer << drip << expected;
