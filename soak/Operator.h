@@ -56,7 +56,7 @@ private:
             QTest::keyClick(popup, dice.oneIn(2) ? Qt::Key_Return : Qt::Key_Escape);
         } else if (QWidget *modal = QApplication::activeModalWidget()) {
             answer(modal, dice);
-        } else if (requestActivity().depth == 0 || dice.oneIn(4)) {
+        } else if (requestActivity().levels == 0 || dice.oneIn(4)) {
             QComboBox *selector = dice.oneIn(2) ? driver.tx : driver.rx;
             const QString host = plant.at(dice.below(plant.size())).host();
             const QString text = dice.oneIn(3) ? dice.hostileText() : host;

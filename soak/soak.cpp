@@ -46,7 +46,7 @@ void watch(QTimer *heart, Findings *findings)
         if (turn > 5000) {
             findings->add(QStringLiteral("a turn of %1 ms").arg(turn));
         }
-        if (requestActivity().depth > 0 && requestActivity().waitTime > std::chrono::minutes(1)) {
+        if (requestActivity().levels > 0 && requestActivity().waitTime > std::chrono::minutes(1)) {
             findings->add(QStringLiteral("a request waits without an end"));
         }
     });
@@ -79,7 +79,7 @@ void runSession(int seconds, quint32 seed, quint32 *step, const Plant &plant, Fi
         }
     }
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    if (!closing.isValid() || requestActivity().depth != 0 || requestActivity().closing) {
+    if (!closing.isValid() || requestActivity().levels != 0 || requestActivity().closing) {
         findings->add(QStringLiteral("the program ended by itself, or with requests left"));
     }
 }

@@ -3,7 +3,7 @@
 #include "Identity.h"
 #include "discovery/BrowserWindow.h"
 #include "discovery/NMOSMdnsBrowser.h"
-#include "net/SyncHttp.h"
+#include "net/NestedWait.h"
 #include "nmos/IntakeQueue.h"
 #include "nmos/NodeEndpoint.h"
 #include "widgets/BusyCursor.h"
@@ -13,9 +13,11 @@
 #include "widgets/Selector.h"
 
 #include <QApplication>
+#include <QCloseEvent>
 #include <QComboBox>
 #include <QFrame>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -58,6 +60,8 @@ MainWindow::MainWindow(QWidget *parent)
     checkTx();
     checkRx();
     connectCommands();
+    // main() has set it. A program that makes this window without main() gets it here: layout and
+    // style sheet are made for it.
     QApplication::setStyle(QStringLiteral("Fusion"));
     startDiscovery();
     startManualDevices();
@@ -65,11 +69,21 @@ MainWindow::MainWindow(QWidget *parent)
 
 MainWindow::~MainWindow()
 {
+    Closing::over();
     if (mdns) {
         mdns->stop();
         delete mdns;
     }
     delete aboutPanel;
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    QMainWindow::closeEvent(event);
+    if (event->isAccepted()) {
+        mdns->stop();
+        Closing::begin();
+    }
 }
 
 QWidget *MainWindow::buildCentralWidget()
@@ -124,7 +138,7 @@ QWidget *MainWindow::buildNodeRow(const QString &title, QComboBox *&combo, Light
     light = new LightIndicator(row);
     sdpButton = new QPushButton(QStringLiteral("Show SDP\u2026"), row);
 
-    // The two rows look alike; a screen reader tells them apart by these.
+    // Screen readers distinguish the rows by these names.
     label->setBuddy(combo);
     combo->setAccessibleName(title);
     light->setAccessibleName(title + QStringLiteral(" status"));
@@ -197,15 +211,27 @@ bool MainWindow::runCommand(const std::function<std::optional<Message>()> &comma
 {
     std::optional<Message> message;
     {
-        const IntakeQueue::OperatorCommand operatorCommand(intakes);
         const BusyCursor busy;
         message = command();
     }
-    // Whatever failed because the program is closing needs no explanation.
-    if (message && !requestActivity().closing) {
+    // While the program closes this shows nothing.
+    if (message) {
         showMessage(this, *message);
     }
     return !message;
+}
+
+// Enter presses the button that has the focus, as in a dialog and as Space does. (An "auto default"
+// button would do so by itself, but again and again while the key is held.)
+void MainWindow::keyPressEvent(QKeyEvent *event)
+{
+    auto *button = qobject_cast<QPushButton *>(focusWidget());
+    const bool isEnter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (button && isEnter && !event->isAutoRepeat()) {
+        button->click();
+    } else {
+        QMainWindow::keyPressEvent(event);
+    }
 }
 
 void MainWindow::openBrowser()

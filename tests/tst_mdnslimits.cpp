@@ -1,4 +1,4 @@
-// The mDNS layer under load, under attack, and at its end.
+// The mDNS layer under load, with hostile packets, and during destruction.
 
 #include "MdnsPacket.h"
 #include "support/MdnsWatch.h"
@@ -98,7 +98,7 @@ void TestMdnsLimits::hearsAllOfACrowd()
 void TestMdnsLimits::hearsAfterFallingBehind()
 {
     MdnsWatch watch;
-    Stream churn(1200, 16, [](int i) {
+    Stream churn(2400, 16, [](int i) {
         Packet come;
         Packet go;
         for (const char *part : {" a", " b", " c", " d", " e", " f", " g", " h"}) {

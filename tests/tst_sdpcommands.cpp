@@ -1,10 +1,8 @@
 // The two "Show SDP…" commands against real nodes.
 
-#include "Application.h"
 #include "support/IntakeWindow.h"
+#include "support/ProgramTest.h"
 #include "support/TestMain.h"
-
-#include <QClipboard>
 
 namespace {
 
@@ -41,12 +39,10 @@ QString block(const QByteArray &sdp)
 
 } // namespace
 
-class TestSdpCommands final : public QObject {
+class TestSdpCommands final : public ProgramTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
     void showsWhatTheDeviceOffers_data();
     void showsWhatTheDeviceOffers();
     void activatesASenderOnce();
@@ -56,17 +52,6 @@ private slots:
     void tellsWhatIsMissing_data();
     void tellsWhatIsMissing();
 };
-
-void TestSdpCommands::initTestCase()
-{
-    Application::setIdentity();
-}
-
-void TestSdpCommands::init()
-{
-    settings().clear();
-    QGuiApplication::clipboard()->clear();
-}
 
 void TestSdpCommands::showsWhatTheDeviceOffers_data()
 {

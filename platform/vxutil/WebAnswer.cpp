@@ -69,8 +69,10 @@ std::optional<Head> readHead(const QByteArray &received)
         }
         head = Head();
         head.status = *status;
-        while ((line = takeLine(received, &at)) && !line->isEmpty()) {
+        line = takeLine(received, &at);
+        while (line && !line->isEmpty()) {
             readField(*line, &head);
+            line = takeLine(received, &at);
         }
         if (!line) {
             return std::nullopt;

@@ -4,6 +4,7 @@
 #include "net/JsonText.h"
 #include "net/NodeRequest.h"
 #include "net/ResponseBody.h"
+#include "net/Utf8.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -23,7 +24,7 @@ QMap<QString, QString> decoded(const QMap<QByteArray, QByteArray> &attributes)
 {
     QMap<QString, QString> txt;
     for (auto it = attributes.cbegin(); it != attributes.cend(); ++it) {
-        txt.insert(QString::fromUtf8(it.key()), QString::fromUtf8(it.value()));
+        txt.insert(utf8Text(it.key()), utf8Text(it.value()));
     }
     return txt;
 }
@@ -118,8 +119,8 @@ void NMOSMdnsBrowser::onServiceAdded(const QMdnsEngine::Service &svc)
 void NMOSMdnsBrowser::onServiceUpdated(const QMdnsEngine::Service &svc)
 {
     const QPointer<NMOSMdnsBrowser> self(this);
-    emit nodeDiscovered(QString::fromUtf8(svc.name()), QString::fromUtf8(svc.hostname()),
-                        svc.port(), decoded(svc.attributes()));
+    emit nodeDiscovered(utf8Text(svc.name()), utf8Text(svc.hostname()), svc.port(),
+                        decoded(svc.attributes()));
     // A listener may have stopped or destroyed this object.
     if (self && started) {
         resolveAndFetch(svc);
@@ -128,15 +129,14 @@ void NMOSMdnsBrowser::onServiceUpdated(const QMdnsEngine::Service &svc)
 
 void NMOSMdnsBrowser::onServiceRemoved(const QMdnsEngine::Service &svc)
 {
-    emit nodeRemoved(QString::fromUtf8(svc.name()));
+    emit nodeRemoved(utf8Text(svc.name()));
 }
 
 void NMOSMdnsBrowser::resolveAndFetch(const QMdnsEngine::Service &svc)
 {
     const auto attributes = svc.attributes();
-    const QString scheme = QString::fromUtf8(attributes.value("api_proto", "http"));
-    const QString version =
-        selectApiVersion(QString::fromUtf8(attributes.value("api_ver", "v1.3")));
+    const QString scheme = utf8Text(attributes.value("api_proto", "http"));
+    const QString version = selectApiVersion(utf8Text(attributes.value("api_ver", "v1.3")));
     auto *const resolver = new MdnsResolver(server.get(), svc.hostname(), cache.get(), this);
     connect(resolver, &MdnsResolver::resolved, this,
             [this, scheme, version, svc](const QHostAddress &address) {
@@ -162,7 +162,7 @@ void NMOSMdnsBrowser::fetchSelf(const QHostAddress &address, const QString &sche
             Qt::QueuedConnection);
         return;
     }
-    requests.enqueue([this, url, svc] { return sendRequest(url, svc); });
+    requests.enqueue(url, [this, url, svc] { return sendRequest(url, svc); });
 }
 
 QNetworkReply *NMOSMdnsBrowser::sendRequest(const QUrl &url, const QMdnsEngine::Service &svc)
@@ -201,13 +201,13 @@ void NMOSMdnsBrowser::handleSelfReply(QNetworkReply *reply, ResponseBody *body, 
         return;
     }
     const QJsonDocument document = parseJson(text);
-    emit nodeSelfReady(QString::fromUtf8(svc.name()), url, document);
+    emit nodeSelfReady(utf8Text(svc.name()), url, document);
     qInfo().noquote() << (document.isNull() ? "OK (non-JSON)" : "OK") << url.toString();
 }
 
 void NMOSMdnsBrowser::reportFailure(const QMdnsEngine::Service &svc, const QUrl &url,
                                     const QString &errorString)
 {
-    emit nodeError(QString::fromUtf8(svc.name()), url, errorString);
+    emit nodeError(utf8Text(svc.name()), url, errorString);
     qWarning().noquote() << "GET" << url.toString() << "failed:" << errorString;
 }

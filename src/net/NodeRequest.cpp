@@ -3,6 +3,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkCookie>
 #include <QNetworkCookieJar>
+#include <QNetworkInterface>
 #include <QNetworkProxy>
 
 #include <algorithm>
@@ -44,7 +45,8 @@ QString takePort(QString *address)
 QString encodedZone(const QString &zone)
 {
     const bool isIndex = std::all_of(zone.begin(), zone.end(), [](QChar c) { return c.isDigit(); });
-    const bool isEncoded = !isIndex && zone.startsWith(QLatin1String("25"));
+    const bool isEncoded = !isIndex && zone.startsWith(QLatin1String("25"))
+        && QNetworkInterface::interfaceIndexFromName(zone) == 0;
     return QLatin1String("%25") + (isEncoded ? zone.mid(2) : zone);
 }
 
@@ -130,6 +132,8 @@ QNetworkRequest nodeRequest(const QUrl &url)
     // The value that Qt sends by default. Setting it ourselves turns Qt's automatic decompression
     // off.
     request.setRawHeader("Accept-Encoding", "gzip, deflate");
+    // Qt would answer NTLM without a user name.
+    request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
     const QByteArray host = hostWithoutZone(target);
     if (!host.isEmpty()) {
         request.setRawHeader("Host", host);

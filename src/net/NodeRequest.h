@@ -22,7 +22,8 @@ void prepareForNodes(QNetworkAccessManager &manager);
 //
 // A zone identifier ends the address, as in RFC 4007, and is written into the URL as in RFC 6874:
 // "fe80::1%eth0:8080" becomes "[fe80::1%25eth0]:8080". So only a port that follows the zone is a
-// port. A zone written as "%25eth0" is kept.
+// port. A zone written as "%25eth0" is kept, unless this machine has an interface of that
+// name: "fe80::1%25g0" means "25g0" where there is one.
 QString normalizeUrl(const QString &url);
 
 // The URL to request for a text that was typed or that a node sent: normalizeUrl(), then
@@ -34,7 +35,6 @@ QUrl requestUrl(const QString &text);
 std::optional<QString> pathSegment(const QString &text);
 
 // The request for a URL. It differs from what QNetworkAccessManager sends by default: bodies are
-// not decompressed (see ResponseBody), the Host header has no zone (RFC 6874, section 4), and the
-// URL's user name and password are dropped. With them, Qt answers the challenges of a peer that
-// never stops asking (Digest with "stale=true", NTLM) some 2,500 times a second.
+// not decompressed (see ResponseBody), the Host header has no zone (RFC 6874, section 4), the URL's
+// user name and password are dropped, and no challenge is answered (see authorizationFor()).
 QNetworkRequest nodeRequest(const QUrl &url);

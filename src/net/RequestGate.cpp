@@ -1,23 +1,30 @@
 #include "net/RequestGate.h"
 
-#include "net/Descriptors.h"
-
 #include <QNetworkReply>
 #include <QTimer>
 
 #include <chrono>
 #include <memory>
+#include <utility>
 
 namespace {
 
-constexpr int places = 64;
+constexpr int maximumRunning = 64;
+constexpr int connectionsPerOrigin = 6; // of QNetworkAccessManager
 constexpr std::chrono::seconds patience{1};
 
 } // namespace
 
-void RequestGate::enqueue(const Begin &begin)
+RequestGate::RequestGate(int limit)
+    : maximum(limit)
 {
-    waiting.enqueue(begin);
+}
+
+void RequestGate::enqueue(const QUrl &url, const Begin &begin)
+{
+    constexpr auto beyondOrigin =
+        QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment;
+    waiting.enqueue({url.adjusted(beyondOrigin), begin});
     beginNext();
 }
 
@@ -26,30 +33,43 @@ void RequestGate::clear()
     waiting.clear();
 }
 
+bool RequestGate::waitsInQt(const QUrl &origin) const
+{
+    return begun.value(origin) >= connectionsPerOrigin;
+}
+
 void RequestGate::beginNext()
 {
-    while (!waiting.isEmpty() && placed < places && open < Descriptors::limit() / 2) {
-        watch(waiting.dequeue()());
+    while (!waiting.isEmpty()
+           && (waitsInQt(waiting.head().origin)
+               || (running < maximumRunning && connected < maximum))) {
+        const Request request = waiting.dequeue();
+        watch(request.origin, request.begin());
     }
 }
 
-void RequestGate::watch(QNetworkReply *reply)
+void RequestGate::watch(const QUrl &origin, QNetworkReply *reply)
 {
-    ++open;
-    ++placed;
-    const auto giveUpPlace = [this, holds = std::make_shared<bool>(true)] {
-        placed -= *holds ? 1 : 0;
-        *holds = false;
+    const bool connects = !waitsInQt(origin);
+    ++begun[origin];
+    connected += connects ? 1 : 0;
+    running += connects ? 1 : 0;
+    const auto stopCounting = [this, counts = std::make_shared<bool>(connects)] {
+        running -= std::exchange(*counts, false) ? 1 : 0;
         beginNext();
     };
-    QTimer::singleShot(patience, this, giveUpPlace);
-    // Queued: the receivers of a result may destroy whatever they like, or wait in an event loop of
-    // their own.
+    QTimer::singleShot(patience, this, stopCounting);
+    // Queued: a receiver may destroy objects or run a nested loop.
     connect(
         reply, &QNetworkReply::finished, this,
-        [this, giveUpPlace] {
-            --open;
-            giveUpPlace();
+        [this, origin, stopCounting] {
+            // Its connection is free, unless another request has waited for it.
+            const int left = --begun[origin];
+            connected -= left < connectionsPerOrigin ? 1 : 0;
+            if (left == 0) {
+                begun.remove(origin);
+            }
+            stopCounting();
         },
         Qt::QueuedConnection);
 }

@@ -1,21 +1,27 @@
 #pragma once
 
+#include "net/Descriptors.h"
+
+#include <QHash>
 #include <QObject>
 #include <QQueue>
+#include <QUrl>
 
 #include <functional>
 
 class QNetworkReply;
 
-// Lets requests begin in the order in which they were put in, and not too many at once: a plant
-// that is switched on has a thousand nodes announced in one second, and each connection takes a
-// descriptor of the process.
+// Starts requests in order, and not too many at once: when a plant is switched on, a thousand nodes
+// are announced within a second, and each connection takes a descriptor of the process.
 //
-// 64 requests wait for their answers at a time. One that has had none for a second gives up its
-// place and goes on: hanging nodes hold up those behind them by a second for every 64, and no
-// longer. What has begun and not ended, hanging or not, never takes more than half of the
-// process's descriptors; when it does, the others wait until some end. Not counted is what Qt keeps
-// of a connection that has failed: its descriptor, for two more minutes.
+// At most 64 requests count as running. One that has not ended a second after its start goes on but
+// no longer counts, so hanging nodes delay the others by one second for every 64. Running and
+// continuing requests together have at most a maximum of connections; beyond that, new ones wait.
+//
+// What counts are connections: Qt opens six to one scheme, host and port and keeps further requests
+// back until one of them is free. So these start at once, and a node that hangs takes no more than
+// six, however often it is asked. Not counted is a connection that has failed: Qt keeps its
+// descriptor for two more minutes.
 class RequestGate final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(RequestGate)
@@ -24,17 +30,27 @@ public:
     // Sends the request. Called once, from enqueue() or from the event loop.
     using Begin = std::function<QNetworkReply *()>;
 
-    RequestGate() = default;
+    // maximum: of connections. By default half of the descriptors that the process may have open.
+    explicit RequestGate(int maximum = Descriptors::limit() / 2);
 
-    void enqueue(const Begin &begin);
+    // url: what begin will request.
+    void enqueue(const QUrl &url, const Begin &begin);
     // Drops the requests that have not begun.
     void clear();
 
 private:
-    void beginNext();
-    void watch(QNetworkReply *reply);
+    struct Request {
+        QUrl origin; // scheme, host and port
+        Begin begin;
+    };
 
-    QQueue<Begin> waiting;
-    int open = 0; // begun, and not ended
-    int placed = 0; // of those, the ones that hold a place
+    bool waitsInQt(const QUrl &origin) const;
+    void beginNext();
+    void watch(const QUrl &origin, QNetworkReply *reply);
+
+    const int maximum;
+    QQueue<Request> waiting;
+    QHash<QUrl, int> begun; // and not ended
+    int connected = 0; // of those, the ones that have a connection
+    int running = 0; // of those, the ones that began within the last second
 };

@@ -1,9 +1,10 @@
 #include "net/SyncHttp.h"
 
+#include "net/Authorization.h"
+#include "net/NestedWait.h"
 #include "net/NodeRequest.h"
 #include "net/ResponseBody.h"
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QJsonDocument>
@@ -17,23 +18,18 @@
 
 namespace {
 
-int requestDepth = 0;
+int requestDepth = 0; // levels in use
 
-// Set while the program closes, from the first wait that this ends until the outermost event loop
-// has returned. The commands that waited go on with their next steps, and none of those may reach a
-// node.
-bool closing = false;
+std::array<QElapsedTimer, maximumLevels> waitTimes;
 
-std::array<QElapsedTimer, maximumRequestDepth> waits;
-
-// One place among the nested waits, held as long as the object lives.
+// Occupies one level as long as it lives.
 class Level final {
     Q_DISABLE_COPY_MOVE(Level)
 
 public:
     Level()
     {
-        waits.at(static_cast<std::size_t>(requestDepth)).start();
+        waitTimes.at(static_cast<std::size_t>(requestDepth)).start();
         ++requestDepth;
     }
 
@@ -43,30 +39,26 @@ public:
     }
 };
 
-bool mayStart(QString *error)
+QString closingError()
 {
-    QString reason;
-    if (requestDepth >= maximumRequestDepth) {
-        reason = QStringLiteral("Reentrant call depth exceeded");
-    } else if (closing) {
-        reason = QStringLiteral("The program is closing");
-    } else {
-        return true;
-    }
-    if (error) {
-        *error = reason;
-    }
-    return false;
+    return QStringLiteral("The program is closing");
 }
 
-void noteClosing()
+QString interruptedError()
 {
-    if (!closing) {
-        closing = true;
-        QObject::connect(
-            qApp, &QCoreApplication::aboutToQuit, qApp, [] { closing = false; },
-            Qt::DirectConnection);
+    return QStringLiteral("Interrupted, to be asked again");
+}
+
+// Why a request is refused before anything is sent; null when it is not.
+QString refusal()
+{
+    if (requestDepth >= maximumLevels) {
+        return QStringLiteral("Reentrant call depth exceeded");
     }
+    if (Closing::isUnderWay()) {
+        return closingError();
+    }
+    return IntakeScope::isCurrentInterrupted() ? interruptedError() : QString();
 }
 
 // Waits until the reply has finished. Returns the reason why the request failed, null when it did
@@ -74,24 +66,32 @@ void noteClosing()
 QString waitFor(const QPointer<QNetworkReply> &reply, const ResponseBody &body)
 {
     QEventLoop loop;
-    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    QObject::connect(reply, &QObject::destroyed, &loop, &QEventLoop::quit);
-    QObject::connect(&body, &ResponseBody::tooLarge, &loop, &QEventLoop::quit);
+    NestedWait wait([&loop] { loop.quit(); });
+    const auto goOn = [&loop, &wait] {
+        loop.quit();
+        wait.noteAnswer();
+    };
+    QObject::connect(reply, &QNetworkReply::finished, &loop, goOn);
+    QObject::connect(reply, &QObject::destroyed, &loop, goOn);
+    QObject::connect(&body, &ResponseBody::tooLarge, &loop, goOn);
     if (!reply->isFinished()) {
         loop.exec();
     }
     if (!reply) {
         return QStringLiteral("The request was dropped");
     }
-    const bool isFailed = !body.failure().isNull();
-    if (isFailed || !reply->isFinished()) {
-        if (!isFailed) {
-            noteClosing();
+    QString failure = body.failure();
+    if (failure.isNull() && !reply->isFinished()) {
+        failure = wait.isInterrupted() ? interruptedError() : closingError();
+        if (!wait.isInterrupted()) {
+            Closing::noteQuitting();
         }
-        // The outcome is decided: what the reply says once it is aborted plays no part.
+    }
+    if (!failure.isNull()) {
+        // The result is known; ignore what abort() emits.
         reply->disconnect(&loop);
         reply->abort();
-        return isFailed ? body.failure() : QStringLiteral("The program is closing");
+        return failure;
     }
     return reply->error() == QNetworkReply::NoError ? QString() : reply->errorString();
 }
@@ -101,18 +101,12 @@ int statusOf(const QNetworkReply *reply)
     return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 }
 
-} // namespace
-
-RequestActivity requestActivity()
+// As syncGet(). authorization: the header of that name, or empty. challenges: receives the
+// WWW-Authenticate header of a 401 answer; may be null.
+QByteArray get(QNetworkAccessManager *manager, const QString &url, int *status, QString *error,
+               const QByteArray &authorization = {}, QByteArray *challenges = nullptr)
 {
-    const qint64 waitTime =
-        requestDepth > 0 ? waits.at(static_cast<std::size_t>(requestDepth) - 1).elapsed() : 0;
-    return {requestDepth, std::chrono::milliseconds(waitTime), closing};
-}
-
-QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *status, QString *error)
-{
-    if (!mayStart(error)) {
+    if (isRequestRefused(error)) {
         return {};
     }
     const Level level;
@@ -123,7 +117,11 @@ QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *stat
         }
         return {};
     }
-    const QPointer<QNetworkReply> reply = manager->get(nodeRequest(target));
+    QNetworkRequest request = nodeRequest(target);
+    if (!authorization.isEmpty()) {
+        request.setRawHeader("Authorization", authorization);
+    }
+    const QPointer<QNetworkReply> reply = manager->get(request);
     ResponseBody body(reply, maximumResponseBody);
     QString failure = waitFor(reply, body);
     QByteArray text;
@@ -138,16 +136,50 @@ QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *stat
     } else if (error) {
         *error = failure;
     }
+    if (reply && challenges && statusOf(reply) == 401) {
+        *challenges = reply->rawHeader("WWW-Authenticate");
+    }
     if (reply) {
         reply->deleteLater();
     }
     return text;
 }
 
+} // namespace
+
+RequestActivity requestActivity()
+{
+    const qint64 waitTime =
+        requestDepth > 0 ? waitTimes.at(static_cast<std::size_t>(requestDepth) - 1).elapsed() : 0;
+    return {requestDepth, std::chrono::milliseconds(waitTime), Closing::isUnderWay()};
+}
+
+bool isRequestRefused(QString *error)
+{
+    const QString reason = refusal();
+    if (!reason.isNull() && error) {
+        *error = reason;
+    }
+    return !reason.isNull();
+}
+
+QByteArray syncGet(QNetworkAccessManager *manager, const QString &url, int *status, QString *error)
+{
+    return get(manager, url, status, error);
+}
+
+QByteArray syncGetWithCredentials(QNetworkAccessManager *manager, const QString &url, int *status)
+{
+    QByteArray challenges;
+    const QByteArray text = get(manager, url, status, nullptr, {}, &challenges);
+    const QByteArray authorization = authorizationFor(requestUrl(url), challenges);
+    return authorization.isEmpty() ? text : get(manager, url, status, nullptr, authorization);
+}
+
 bool syncPatchJson(QNetworkAccessManager *manager, const QUrl &url, const QJsonObject &body,
                    int *status, QString *error)
 {
-    if (!mayStart(error)) {
+    if (isRequestRefused(error)) {
         return false;
     }
     // Qt writes header and body separately and leaves Nagle's algorithm on. On a connection that

@@ -3,6 +3,7 @@
 #include "net/JsonText.h"
 #include "net/NodeRequest.h"
 #include "net/SyncHttp.h"
+#include "net/Utf8.h"
 #include "nmos/NmosNames.h"
 #include "nmos/NodeRecords.h"
 
@@ -166,11 +167,11 @@ bool NmosClient::patchStaged(const QString &host, QLatin1String collection, cons
 bool NmosClient::fetchSenderSdp(const SenderLookup &sender, QString *sdp)
 {
     int status = 0;
-    const QByteArray body = syncGet(manager, sender.manifestHref, &status);
+    const QByteArray body = syncGetWithCredentials(manager, sender.manifestHref, &status);
     if (!isSuccess(status) || body.isEmpty()) {
         return false;
     }
-    *sdp = QString::fromUtf8(body);
+    *sdp = utf8Text(body);
     return true;
 }
 

@@ -1,11 +1,9 @@
 #pragma once
 
-#include <QAbstractButton>
-#include <QApplication>
 #include <QDialog>
+#include <QElapsedTimer>
 #include <QMessageBox>
 #include <QTimer>
-#include <QtTest>
 
 #include <functional>
 
@@ -25,58 +23,23 @@ Q_DECLARE_METATYPE(ShownBox)
 
 // Answers modal windows in place of the operator. Records each message box and presses its first
 // button; hands any other dialog to answer(), or rejects it when there is no such function. A box
-// that the test did not take() fails the test, and so does a box whose text is not plain text.
+// that the test did not take() fails the test, and so does a box whose text is not plain text, and
+// a wait in which nothing happens for 15 s: it is ended.
 class Boxes final : public QObject {
 public:
-    explicit Boxes(std::function<void(QDialog *)> answer = {})
-        : answerDialog(std::move(answer))
-    {
-        QObject::connect(&timer, &QTimer::timeout, this, &Boxes::look);
-        timer.start(5);
-    }
-
-    ~Boxes() override
-    {
-        for (const ShownBox &box : qAsConst(shown)) {
-            QTest::qFail(
-                qPrintable(QStringLiteral("unexpected box: %1 / %2").arg(box.title, box.text)),
-                __FILE__, __LINE__);
-        }
-    }
+    explicit Boxes(std::function<void(QDialog *)> answer = {});
+    ~Boxes() override;
 
     // The boxes that were shown since the last call, oldest first.
-    QList<ShownBox> take()
-    {
-        QList<ShownBox> taken;
-        taken.swap(shown);
-        return taken;
-    }
+    QList<ShownBox> take();
 
-    // Looks at a message box before it is closed.
+    // Looks at a message box before it is closed, or closes it in its own way.
     std::function<void(QMessageBox *)> inspect;
+    bool keepsOpen = false; // message boxes are left alone for the time being
+    QElapsedTimer idle; // to be restarted when something happens
 
 private:
-    void look()
-    {
-        QWidget *modal = QApplication::activeModalWidget();
-        if (auto *box = qobject_cast<QMessageBox *>(modal)) {
-            if (box->textFormat() != Qt::PlainText) {
-                QTest::qFail("a message box that guesses the format of its text", __FILE__,
-                             __LINE__);
-            }
-            shown.append({box->windowTitle(), box->text(), box->icon()});
-            if (inspect) {
-                inspect(box);
-            }
-            box->buttons().constFirst()->click();
-        } else if (auto *dialog = qobject_cast<QDialog *>(modal)) {
-            if (answerDialog) {
-                answerDialog(dialog);
-            } else {
-                dialog->reject();
-            }
-        }
-    }
+    void look();
 
     std::function<void(QDialog *)> answerDialog;
     QList<ShownBox> shown;
@@ -84,8 +47,4 @@ private:
 };
 
 // Lets QCOMPARE print boxes that differ.
-inline char *toString(const ShownBox &box)
-{
-    return QTest::toString(box.title + QStringLiteral(" / ") + box.text + QStringLiteral(" / icon ")
-                           + QString::number(box.icon));
-}
+char *toString(const ShownBox &box);
