@@ -26,6 +26,7 @@ private slots:
     {
         const SimulatedNode node(NodeDescription::transmitter(),
                                  QHostAddress(QStringLiteral("192.0.2.1")));
+        Announcer::silenceAvahi();
         Announcer announcer;
         if (!node.isListening() || !announcer.isRunning()) {
             QSKIP("needs a network namespace of its own (scripts/with-network)");
@@ -180,18 +181,12 @@ private slots:
         const bool keepsRx = failing != receiversPath;
         QTRY_COMPARE(Window::isOn(w.rxLight), keepsRx);
         QCOMPARE(Window::isOn(w.txLight), keepsTx);
-        const auto sender =
-            Selector::of(w.tx)->currentRecord().value<NmosClient::SenderConnection>();
-        const auto receiver =
-            Selector::of(w.rx)->currentRecord().value<NmosClient::ReceiverConnection>();
         const QString output = entry(QStringLiteral("Z"), node, QStringLiteral("Output 2"));
         const QString input = entry(QStringLiteral("Z"), node, QStringLiteral("Input 2"));
         QCOMPARE(w.tx->currentText(), keepsTx ? output : typed);
-        QCOMPARE(sender.host + sender.id,
-                 keepsTx ? node.host() + node.senderIds().at(1) : QString());
+        QCOMPARE(Selector::of(w.tx)->currentRecord().isValid(), keepsTx);
         QCOMPARE(w.rx->currentText(), keepsRx ? input : QString());
-        QCOMPARE(receiver.host + receiver.id,
-                 keepsRx ? node.host() + node.receiverIds().at(1) : QString());
+        QCOMPARE(Selector::of(w.rx)->currentRecord().isValid(), keepsRx);
     }
 
     void addsAndRemovesDevices()
@@ -227,6 +222,7 @@ private slots:
                 w.press(removing);
             }
             QCOMPARE(storedDevices(), hosts);
+            QCOMPARE(settings().value(QStringLiteral("manualDevices/2/port")), QVariant(2));
             w.removeDevice(1);
             hosts.removeAt(1);
         }

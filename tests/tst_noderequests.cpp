@@ -187,9 +187,8 @@ private slots:
         client.hasSenders(host);
         client.fetchSenderSdp(senderAt(QStringLiteral("http://%1/").arg(node.host())), &sdp);
         QCOMPARE(authorizations(node), QByteArrayList({"", ""}));
-        client.fetchSenderSdp(senderAt(QStringLiteral("http://a%0D%0AB@%1/").arg(node.host())),
-                              &sdp);
-        QVERIFY(!node.requests.last().contains("\nB"));
+        client.fetchSenderSdp(senderAt(QLatin1String("http://a%0D%0AB@") + node.host()), &sdp);
+        QVERIFY(node.requests.size() > 2 && !node.requests.last().contains("\nB"));
 
         node.answerTo = [refusal = node.answer](const QByteArray &request) {
             return request.contains("\r\nAuthorization: ") ? httpAnswer("v=0") : refusal;
