@@ -148,7 +148,7 @@ private slots:
         NmosClient client;
         QString sdp;
         QVERIFY(!client.fetchSenderSdp(manifest, &sdp));
-        const QByteArray sent = authorizations(node).last();
+        const QByteArray sent = authorizations(node).constLast();
         const QByteArray cnonce = sent.mid(sent.indexOf("cnonce=") + 8, 32);
         secret.replace('@', cnonce);
         secret = md5(md5("us\"er:x:p:\xc3\xa4") + ':' + secret + ':' + md5("GET:/sdp?a=%20b"));
@@ -247,7 +247,7 @@ private slots:
                 gate.enqueue(url, [&, url, number = count] {
                     begun += number;
                     QNetworkReply *const reply = manager.get(QNetworkRequest(url));
-                    connect(reply, &QNetworkReply::finished, this, [&ended] { ++ended; });
+                    connect(reply, &QNetworkReply::finished, this, [count = &ended] { ++*count; });
                     return reply;
                 });
             }
