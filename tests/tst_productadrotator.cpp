@@ -54,8 +54,7 @@ private:
         const QColor found = image.pixelColor(int(point.x()), int(point.y()));
         const int off = qAbs(found.red() - expected.red()) + qAbs(found.green() - expected.green())
             + qAbs(found.blue() - expected.blue());
-        QVERIFY2(off <= 6,
-                 qPrintable(found.name() % QStringLiteral(" instead of ") % expected.name()));
+        QVERIFY2(off <= 6, qPrintable(found.name() % " instead of "_s % expected.name()));
     }
 
     QVector<QUrl> openedUrls;
@@ -65,14 +64,14 @@ private slots:
     void init()
     {
         openedUrls.clear();
-        QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "recordUrl");
+        QDesktopServices::setUrlHandler("https"_s, this, "recordUrl");
         banner = std::make_unique<ProductAdRotator>();
         banner->resize(900, 105);
     }
 
     void cleanup()
     {
-        QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
+        QDesktopServices::unsetUrlHandler("https"_s);
         banner.reset();
     }
 
@@ -81,7 +80,7 @@ private slots:
         const auto products = catalogue();
         QCOMPARE(products.size(), 8);
         // The widest of the common fonts, at nine points of 96 dpi. Others may be a tenth larger.
-        QFont font(QStringLiteral("DejaVu Sans"));
+        QFont font("DejaVu Sans"_s);
         font.setPixelSize(12);
         QSet<QString> distinct;
         for (const ProductEntry &product : products) {
@@ -196,7 +195,7 @@ private slots:
         const QTemporaryDir directory;
         QImage picture(1920, 105, QImage::Format_ARGB32);
         picture.fill(Qt::white);
-        banner->products[0].image = directory.filePath(QStringLiteral("white.png"));
+        banner->products[0].image = directory.filePath("white.png"_s);
         QVERIFY(picture.save(banner->products[0].image));
         QImage image = painted();
         const QRectF shade = geometry().shade;
@@ -207,7 +206,7 @@ private slots:
         comparePixel(image, {shade.left() + 0.52 * shade.width(), y}, QColor(125, 125, 125));
         comparePixel(image, {shade.right() - 7, y}, QColor(175, 175, 175));
 
-        banner->products[0].image = QStringLiteral(":/adbackgrounds/none.png");
+        banner->products[0].image = ":/adbackgrounds/none.png"_s;
         image = painted();
         comparePixel(image, {1, 1}, Qt::magenta);
         comparePixel(image, {0, 50}, QColor(255, 30, 255)); // the outer half of the border

@@ -30,14 +30,12 @@ struct Desk {
         layout->addWidget(&button);
         layout->addStretch();
         selector.setAccessibleName("Node"_s);
-        entries = new Selector(&selector, "none"_s);
         (new Selector(&other, "none"_s))->add({{"Other"_s, {}}});
         window.resize(300, 90);
         window.show();
         add(texts);
         QApplication::setActiveWindow(&window);
         selector.setFocus();
-        matches = selector.findChild<QListView *>("matches"_s);
     }
 
     void add(const QStringList &texts)
@@ -65,9 +63,7 @@ struct Desk {
     {
         selector.setFocus();
         selector.lineEdit()->selectAll();
-        for (const QChar c : text) {
-            QTest::keyClick(window.windowHandle(), c.toLatin1());
-        }
+        QTest::keyClicks(&selector, text);
     }
 
     // Opens one of the lists, with the rows that hold the letter.
@@ -82,13 +78,6 @@ struct Desk {
         return qobject_cast<QListView *>(selector.view());
     }
 
-    void close()
-    {
-        key(Qt::Key_Escape);
-        selector.hidePopup();
-        QCoreApplication::processEvents();
-    }
-
     QString chosen() const
     {
         return Selector::of(&selector)->currentRecord().toString();
@@ -98,13 +87,12 @@ struct Desk {
     {
         return {selector.mapToGlobal({0, 0}), selector.size()};
     }
-
     QWidget window;
     QComboBox selector;
     QComboBox other;
     QPushButton button{"Go"_s};
-    Selector *entries;
-    QListView *matches;
+    Selector *const entries = new Selector(&selector, "none"_s);
+    QListView *const matches = selector.findChild<QListView *>("matches"_s);
 };
 
 void moveTo(QWidget *widget, const QPoint &point)
@@ -185,13 +173,11 @@ private slots:
         QCOMPARE(desk.selector.currentText(), QString());
         desk.type("10.0.0.2"_s);
         QCOMPARE(desk.selector.currentText(), "10.0.0.2"_s);
-        QVERIFY(desk.matches->isVisible());
         QCOMPARE(desk.matches->model()->rowCount(), 1);
-
         // Enter picks nothing that was not gone to, nor from a closed list; entries that come
         // meanwhile are offered with the next key.
-        for (const int key :
-             {Qt::Key_Return, Qt::Key_Down, Qt::Key_Down, Qt::Key_Escape, Qt::Key_Return}) {
+        desk.key(Qt::Key_Return);
+        for (const int key : {Qt::Key_Down, Qt::Key_Down, Qt::Key_Escape, Qt::Key_Return}) {
             desk.key(key);
         }
         QCOMPARE(desk.selector.currentText(), "10.0.0.2"_s);
@@ -205,7 +191,6 @@ private slots:
         QCOMPARE(desk.chosen(), "Cam 1 (10.0.0.25:80-A)"_s);
         QCOMPARE(activated.size(), 1);
         QVERIFY(!desk.matches->isVisible());
-
         // Leaving the field with a text that an entry only contains chooses nothing.
         desk.type("cam 2"_s);
         QCOMPARE(desk.matches->model()->rowCount(), 1);
@@ -242,23 +227,21 @@ private slots:
         QFETCH(const bool, dropDown);
         Desk desk(cameras(1, 1));
         const bool given = QTest::currentDataTag()[0] == 'a';
-        const auto clickBeside = [&](QWidget *target, const QPoint &point) {
+        const auto clickBeside = [&](QWidget *widget, const QPoint &point) {
             const QListView *list = desk.open(dropDown);
             QVERIFY(list->isVisible());
-            QWindow *pressed = (given ? list->window() : &desk.window)->windowHandle();
-            const QPoint place = target->mapToGlobal(point);
-            QTest::mousePress(pressed, Qt::LeftButton, {}, pressed->mapFromGlobal(place));
+            QWindow *target = (given ? list->window() : &desk.window)->windowHandle();
+            const QPoint place = widget->mapToGlobal(point);
+            QTest::mousePress(target, Qt::LeftButton, {}, target->mapFromGlobal(place));
             QTest::mouseRelease(desk.window.windowHandle(), Qt::LeftButton, {},
                                 desk.window.mapFromGlobal(place));
             QVERIFY(!list->isVisible());
         };
-        QSignalSpy presses(&desk.button, &QPushButton::pressed);
-        QSignalSpy clicks(&desk.button, &QPushButton::clicked);
+        QSignalSpy pressed(&desk.button, &QPushButton::pressed);
+        QSignalSpy clicked(&desk.button, &QPushButton::clicked);
         clickBeside(&desk.button, {2, 5});
-        QCOMPARE(presses.size(), 1);
-        QCOMPARE(clicks.size(), 1);
+        QVERIFY(pressed.size() == 1 && clicked.size() == 1);
         QVERIFY(desk.button.hasFocus() && !desk.button.isDown());
-
         desk.selector.setCurrentIndex(0);
         clickBeside(desk.selector.lineEdit(), {2, 5});
         QCOMPARE(desk.selector.lineEdit()->cursorPosition(), 0);
@@ -273,28 +256,25 @@ private slots:
 
     void closesTheMatches()
     {
-        const std::function<void(Desk &)> acts[] = {
-            [](Desk &desk) { desk.key(Qt::Key_Escape); },
-            [](Desk &desk) { desk.type("\b"_s); },
-            [](Desk &desk) { desk.type("x"_s); },
-            [](Desk &desk) { desk.key(Qt::Key_Tab); },
-            [](Desk &desk) { desk.window.move(desk.window.pos() + QPoint(9, 9)); },
-            [](Desk &desk) { desk.window.hide(); },
-            [](Desk &) { QApplication::setActiveWindow(nullptr); },
-            [](Desk &desk) { desk.key(Qt::Key_F4); },
-            [](Desk &desk) {
-                desk.key(Qt::Key_Down, Qt::AltModifier);
-                QVERIFY(desk.selector.view()->isVisible());
-            },
-        };
-        for (const auto &act : acts) {
+        const auto closes = [](const std::function<void(Desk &)> &act) {
             Desk desk(cameras(1, 3));
             desk.type("c"_s);
             QVERIFY(desk.matches->isVisible());
             act(desk);
             QTRY_VERIFY(!desk.matches->isVisible());
             QCOMPARE(desk.selector.currentIndex(), -1);
+        };
+        for (const int key :
+             {Qt::Key_Escape, Qt::Key_Backspace, Qt::Key_X, Qt::Key_Tab, Qt::Key_F4}) {
+            closes([key](Desk &desk) { desk.key(key); });
         }
+        closes([](Desk &desk) { desk.window.move(desk.window.pos() + QPoint(9, 9)); });
+        closes([](Desk &desk) { desk.window.hide(); });
+        closes([](Desk &) { QApplication::setActiveWindow(nullptr); });
+        closes([](Desk &desk) {
+            desk.key(Qt::Key_Down, Qt::AltModifier);
+            QVERIFY(desk.selector.view()->isVisible());
+        });
     }
 
     void rowsDoNotMove_data()
@@ -312,7 +292,6 @@ private slots:
         const QString back = "Camera 35"_s;
         const QPoint place = placeOf(list, back);
         moveTo(list->viewport(), place);
-
         desk.add(cameras(10, 19) + cameras(60, 69) + QStringList{"Camera 25b"_s});
         for (const QString &gone : {"Camera 24"_s, back, "Camera 36"_s}) {
             desk.remove(gone);
@@ -326,12 +305,10 @@ private slots:
         QCOMPARE(desk.entries->find("Camera 24"_s), -1);
         list->keyboardSearch("Camera 60"_s);
         QVERIFY(list->currentIndex().data() != "Camera 60"_s);
-
         click(list->viewport(), place);
         QCOMPARE(desk.chosen(), back);
         QVERIFY(!list->isVisible());
         QTRY_COMPARE(desk.selector.count(), 59);
-        QCOMPARE(desk.chosen(), back);
         desk.open(dropDown);
         QCOMPARE(list->model()->rowCount(), 59);
         list->scrollToTop();
@@ -361,12 +338,11 @@ private slots:
         QTest::keyClick(list->window()->windowHandle(), Qt::Key_Return);
         QCOMPARE(desk.selector.currentIndex(), -1);
         QTRY_COMPARE(desk.selector.count(), 4);
-
         // What came while it was open is shown when it is opened again.
         QCOMPARE(seen(desk.open(dropDown)).size(), 4);
         desk.add(cameras(10, 43));
         QCOMPARE(seen(list).size(), 4);
-        desk.close();
+        desk.key(Qt::Key_Escape);
         QVERIFY(seen(desk.open(dropDown)).size() >= 15);
     }
 
@@ -396,7 +372,7 @@ private slots:
 
     void keysNeverPassOnFromAnEarlierChoice()
     {
-        for (const Qt::Key key : {Qt::Key_Down, Qt::Key_Up, Qt::Key_PageDown, Qt::Key_Backspace}) {
+        for (const int key : {Qt::Key_Down, Qt::Key_Up, Qt::Key_PageDown, Qt::Key_Backspace}) {
             const bool emptied = key == Qt::Key_Backspace;
             Desk desk(cameras(1, 5));
             desk.selector.setCurrentIndex(2);
@@ -410,10 +386,9 @@ private slots:
             // With an entry chosen, the arrow keys go on from it.
             desk.key(Qt::Key_Down);
             desk.key(Qt::Key_Return);
-            QVERIFY(!desk.chosen().isEmpty());
-            const int row = desk.selector.currentIndex();
+            QCOMPARE(desk.chosen(), emptied ? "Camera 1"_s : "Camera 4"_s);
             desk.key(Qt::Key_Down);
-            QCOMPARE(desk.selector.currentIndex(), row + 1);
+            QCOMPARE(desk.chosen(), emptied ? "Camera 2"_s : "Camera 5"_s);
         }
     }
 
@@ -436,7 +411,7 @@ private slots:
                 const int row = pictureOf(list, 0).height();
                 QVERIFY(list->viewport()->height() > 6 * row);
                 QCOMPARE(list->viewport()->height() % row, 0);
-                desk.close();
+                desk.key(Qt::Key_Escape);
             }
         }
     }
@@ -449,14 +424,11 @@ private slots:
     void rowsShowTheirEntries()
     {
         QFETCH(const bool, dropDown);
-        const QString broken = "Cam\n2"_s;
-        const QString longest =
-            "Studio A Camera 1 Main Output (192.0.2.11:8080-Video Sender 1 of 7)"_s;
-        const QStringList texts{
-            "Cam 1"_s,      "Cam\t1"_s,     "Cam\n1"_s,
-            broken,         "Cam\x01 1"_s,  "Cam\x02 1"_s,
-            "Cam\u20281"_s, "Cam\u20291"_s, "Cam"_s + QString(40, QLatin1Char('\n')),
-            longest};
+        const QString longest = "Studio A Camera 1 (192.0.2.11:8080-Main Video Sender 1 of 7)"_s;
+        const QStringList texts =
+            "Cam 1|Cam\t1|Cam\n1|Cam\n2|Cam\x01 1|Cam\x02 1|Cam\u20281|Cam\u20291"_s.split(
+                QLatin1Char('|'))
+            + QStringList{"Cam"_s + QString(40, QLatin1Char('\n')), longest};
         // More than fit into the list come behind them.
         Desk desk(texts + cameras(10, 49).replaceInStrings("Camera"_s, "Z C"_s));
         QListView *list = desk.open(dropDown);
@@ -471,7 +443,7 @@ private slots:
             QVERIFY(pictures.constLast().height() < 2 * list->fontMetrics().height());
             QCOMPARE(pictures.indexOf(pictures.constLast()), row);
         }
-        // The row under the pointer is highlighted. Enter picks it where the arrow keys go there.
+        // The row under the pointer is highlighted, and more so the current row.
         const auto blue = [list](int row) {
             return pictureOf(list, row).pixelColor(1, 1).blue();
         };
@@ -481,23 +453,20 @@ private slots:
         }
         list->setCurrentIndex(list->model()->index(5, 0));
         QTRY_COMPARE(blue(5), list->palette().highlight().color().blue());
-        click(list->viewport(), placeOf(list, broken));
-        QCOMPARE(desk.selector.currentText(), broken);
-        QCOMPARE(desk.chosen(), broken);
-
+        click(list->viewport(), placeOf(list, "Cam\n2"_s));
+        QCOMPARE(desk.selector.currentText(), "Cam\n2"_s);
+        QCOMPARE(desk.chosen(), "Cam\n2"_s);
         // One that is too long for the screen, and for a line edit by itself, is elided.
         const QString endless(40000, QLatin1Char('C'));
-        desk.close();
+        desk.key(Qt::Key_Escape);
         desk.add({endless}); // the first of all
         desk.window.move(200, 0);
         desk.open(dropDown);
-        const QRect place = list->window()->geometry();
-        QCOMPARE(place.left(), desk.field().left());
-        QCOMPARE(place.right(), desk.window.screen()->geometry().right());
+        QCOMPARE(list->window()->x(), desk.field().x());
+        QCOMPARE(list->window()->geometry().right(), desk.window.screen()->geometry().right());
         QCOMPARE(list->textElideMode(), Qt::ElideMiddle);
         click(list->viewport(), placeOf(list, endless));
         QCOMPARE(desk.chosen(), endless);
-
         // All of the texts begin below the field's text, chosen or not.
         QLineEdit *field = desk.selector.lineEdit();
         field->home(false);
