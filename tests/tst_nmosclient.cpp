@@ -104,7 +104,7 @@ private slots:
 
     void takesNonEmptyArraysOnly_data()
     {
-        // logged: %1 is the address
+        // In logged, %1 is the address.
         columns<Fault, bool, QString>("fault", "found", "logged");
         const auto row = [](const char *title, const Fault &fault, bool found,
                             const char *logged = "") {
@@ -180,7 +180,7 @@ private slots:
         const int video = NmosClient::Video;
         const int audio = NmosClient::Audio;
         const int data = NmosClient::Data;
-        // found: id and label; empty: none
+        // found is id and label, or empty.
         columns<QByteArray, int, QString, QString>("flows", "kind", "preferredId", "found");
         const QByteArray av = json("[{'id':'fa','format':'F:audio'},"
                                    " {'id':'fv','format':'F:video'}]");
