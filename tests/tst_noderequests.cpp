@@ -251,11 +251,11 @@ private slots:
         enqueue(110, true);
         QCOMPARE(begun.size(), 110);
         QTRY_COMPARE(ended.size(), 110);
-        QCoreApplication::sendPostedEvents(&gate); // which hears of it by one
+        QCoreApplication::sendPostedEvents(&gate); // by which it hears of each end
         enqueue(100);
         QCOMPARE(begun.size(), 110 + 64);
         QTRY_COMPARE(ended.size(), 210);
-        QCoreApplication::sendPostedEvents(&gate); // which hears of it by one
+        QCoreApplication::sendPostedEvents(&gate); // by which it hears of each end
 
         // Those that hang make room for others after a second, once each, until the maximum is met.
         server->answer.clear();
