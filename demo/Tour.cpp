@@ -277,13 +277,19 @@ private:
         if (!resolved) {
             return fail(QStringLiteral("the host name of the selected service does not resolve"));
         }
+        QStringList shown;
+        for (int row = 0; row < addresses->count(); ++row) {
+            shown.append(addresses->item(row)->text());
+        }
         const auto *attributes = browser->findChild<QTableWidget *>();
         say(QStringLiteral("Selected: %1, at %2, with %3 TXT attributes.")
-                .arg(services->currentIndex().data().toString(), addresses->item(0)->text())
+                .arg(services->currentIndex().data().toString(), shown.join(QStringLiteral(", ")))
                 .arg(attributes->rowCount()));
         shoot(browser, QStringLiteral("browser"));
         browser->close();
-        return attributes->rowCount() > 0 || fail(QStringLiteral("no TXT attributes are shown"));
+        return (shown.removeDuplicates() == 0
+                || fail(QStringLiteral("an address is shown more than once")))
+            && (attributes->rowCount() > 0 || fail(QStringLiteral("no TXT attributes are shown")));
     }
 
     bool press(const QString &command, const QString &name, int expected)
