@@ -1,5 +1,4 @@
-// The time from an announcement to the entry in the selector, and the memory that announcements
-// keep.
+// The time from an announcement to the entry in the selector.
 
 #include "Announcer.h"
 #include "Comparison.h"
@@ -7,13 +6,6 @@
 #include "Rows.h"
 #include "SimulatedNode.h"
 #include "WindowDriver.h"
-#include "nmos/SyncHttp.h"
-
-#include <qmdnsengine/browser.h>
-#include <qmdnsengine/cache.h>
-#include <qmdnsengine/resolver.h>
-#include <qmdnsengine/server.h>
-#include <qmdnsengine/service.h>
 
 #include <QComboBox>
 
@@ -22,8 +14,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <malloc.h>
-#include <memory>
 #include <mutex>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -32,22 +22,6 @@
 #include <unistd.h>
 
 namespace {
-
-// A node and its announcement.
-struct AnnouncedNode {
-    explicit AnnouncedNode(const QByteArray &name)
-        : node(NodeDescription::transmitter(QString::fromUtf8(name)),
-               QHostAddress(QStringLiteral("127.0.0.10")))
-    {
-        announcement.instance = name;
-        announcement.hostName = name.toLower();
-        announcement.addresses = {node.address()};
-        announcement.port = node.port();
-    }
-
-    SimulatedNode node;
-    Announcement announcement;
-};
 
 // A socket that receives the multicast DNS packets of all interfaces. The kernel notes when each
 // arrives, so no thread has to be awake at that time.
@@ -179,13 +153,13 @@ private:
             name = "number" + QByteArray::number(1000 + ++count);
             listed = printed = 0;
         }
-        announced.announcement.instance = name;
-        announcer.announce(announced.announcement);
+        announcer.announce({name, "node", {node.address()}, node.port()});
         Comparison::waitUntil([this] { return listed != 0 && printed != 0; });
         sent = wire.firstResponse(name);
     }
 
-    AnnouncedNode announced{"node"};
+    const SimulatedNode node{NodeDescription::transmitter(),
+                             QHostAddress(QStringLiteral("127.0.0.10"))};
     Announcer announcer;
     const Wire wire;
     std::FILE *browse;
@@ -214,91 +188,10 @@ Comparison::Result announcementToEntry(benchmark::State &state)
         state, [&race] { return race.program(); }, [&race] { return race.beside(); });
 }
 
-double heapKibibytes()
-{
-    const struct mallinfo2 heap = ::mallinfo2();
-    return static_cast<double>(heap.uordblks + heap.hblkhd) / 1024;
-}
-
-constexpr int updates = 1000;
-
-// A window that knows a node. Measures the memory that a thousand updates of its announcement keep.
-class KnownNode final {
-public:
-    KnownNode()
-        : browser(window.findChild<QMdnsEngine::Browser *>())
-    {
-        announced.node.setRequestObserver([this](const LoggedRequest &request) {
-            answered += request.path.endsWith(QLatin1String("/self")) ? 1 : 0;
-        });
-        QObject::connect(browser, &QMdnsEngine::Browser::serviceAdded, &window,
-                         [this](const QMdnsEngine::Service &found) { service = found; });
-        announcer.announce(announced.announcement);
-        const WindowDriver hands(&window);
-        Comparison::waitUntil([&hands] { return hands.rx->count() + hands.tx->count() > 0; });
-    }
-
-    double update()
-    {
-        const double before = heapKibibytes();
-        const int wanted = answered + updates;
-        for (int i = 0; i < updates; ++i) {
-            emit browser->serviceUpdated(service);
-        }
-        int last = -1;
-        Comparison::waitUntil([&] {
-            const bool settled = answered >= wanted && last == announced.node.requests().size()
-                && requestActivity().depth == 0;
-            last = announced.node.requests().size();
-            return settled;
-        });
-        announced.node.clearRequests();
-        return heapKibibytes() - before;
-    }
-
-    QMdnsEngine::Service service;
-
-private:
-    AnnouncedNode announced{"known"};
-    Announcer announcer;
-    MainWindow window;
-    QMdnsEngine::Browser *browser;
-    std::atomic<int> answered{0};
-};
-
-// The memory of a thousand resolvers, each with the data of its announcement.
-double resolvers(const QMdnsEngine::Service &service)
-{
-    QMdnsEngine::Server server;
-    QMdnsEngine::Cache cache;
-    QObject owner;
-    const auto resolved = std::make_shared<int>(0);
-    const double before = heapKibibytes();
-    for (int i = 0; i < updates; ++i) {
-        auto *resolver = new QMdnsEngine::Resolver(&server, service.hostname(), &cache, &owner);
-        QObject::connect(
-            resolver, &QMdnsEngine::Resolver::resolved, &owner,
-            [resolved, service, scheme = QString::fromUtf8(service.attributes().value("api_proto")),
-             version = QString::fromUtf8(service.attributes().value("api_ver"))] { ++*resolved; });
-    }
-    Comparison::waitUntil([&resolved] { return *resolved >= updates; });
-    return heapKibibytes() - before;
-}
-
-Comparison::Result memoryOfUpdates(benchmark::State &state)
-{
-    KnownNode known;
-    return Comparison::compare(
-        state, [&known] { return known.update(); }, [&known] { return resolvers(known.service); });
-}
-
 } // namespace
 
 void Rows::addDiscoveryRows()
 {
     Comparison::addRow({"Announcement to entry in the selector", "avahi-browse -r", "ms", 1.3, 15},
                        announcementToEntry);
-    Comparison::addRow({"Memory per 1,000 announcement updates of a known node",
-                        "1,000 resolvers with their records", "KiB", 1.1, 5},
-                       memoryOfUpdates);
 }

@@ -2,10 +2,10 @@
 // nodes holds up discovery. The packets are written byte by byte.
 
 #include "Comparison.h"
+#include "MdnsPacket.h"
 #include "Rows.h"
 #include "discovery/NMOSMdnsBrowser.h"
 #include "net/Descriptors.h"
-#include "support/MdnsPacket.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -123,24 +123,6 @@ Comparison::Result besideEmptyField(benchmark::State &state, const Shape &shape,
         state, [&] { return takeIn(nodes, nullptr, typed); }, [&] { return takeIn(nodes); });
 }
 
-// How much of the growth is Qt's: it polls every connection that it keeps for later.
-Comparison::Result bareBesideFewer(benchmark::State &state, const Shape &more, const Shape &fewer)
-{
-    Nodes moreNodes(more);
-    Nodes fewerNodes(fewer);
-    const auto replay = [](Nodes &nodes) {
-        QList<Request> requests;
-        takeIn(nodes, &requests);
-        return [&nodes, requests] {
-            BareManager bare;
-            const double time = Comparison::timed([&] { bare.replay(requests); });
-            nodes.recorder.take();
-            return time;
-        };
-    };
-    return Comparison::compare(state, replay(moreNodes), replay(fewerNodes));
-}
-
 Comparison::Result standStill(benchmark::State &state, const Shape &shape)
 {
     Nodes nodes(shape);
@@ -180,8 +162,6 @@ void Rows::addIntakeRows()
            });
     addRow({"Intake of 1,000 nodes", "of 500", "ms", 2.2, 7},
            [=](auto &state) { return besideFewer(state, manyNodes, halfOfThem); });
-    addRow({"The same GETs by a bare manager, 1,000 nodes", "of 500", "ms", 2.2, 7},
-           [=](auto &state) { return bareBesideFewer(state, manyNodes, halfOfThem); });
     addRow({"Stand-still of the event loop meanwhile, 99 % of its turns", "", "ms", 16.7, 3},
            [=](auto &state) { return standStill(state, manyNodes); });
     addRow({"Listing a node with 5,000 senders and 5,000 receivers",

@@ -7,7 +7,6 @@
 #include "Rows.h"
 
 #include <QApplication>
-#include <QMessageBox>
 #include <QTemporaryDir>
 #include <QTimer>
 
@@ -38,7 +37,6 @@ int main(int argc, char *argv[])
     Rows::addStartRows();
     Rows::addDiscoveryRows();
     Rows::addEngineRows();
-    Rows::addBannerRows();
     Rows::addSelectorRows();
     QTimer::singleShot(0, &app, [] { QApplication::exit(Comparison::runAll() ? 0 : 1); });
     return QApplication::exec();

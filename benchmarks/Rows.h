@@ -8,7 +8,6 @@ void addIntakeRows();
 void addStartRows();
 void addDiscoveryRows();
 void addEngineRows();
-void addBannerRows();
 void addSelectorRows();
 
 } // namespace Rows

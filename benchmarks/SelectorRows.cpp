@@ -2,7 +2,7 @@
 
 #include "Comparison.h"
 #include "Rows.h"
-#include "widgets/SelectorEntries.h"
+#include "widgets/Selector.h"
 
 #include <QAbstractItemView>
 #include <QApplication>
@@ -99,14 +99,14 @@ private:
 struct Selectors {
     Selectors()
     {
-        SelectorEntries::prepare(&selector, QStringLiteral("Choose"));
-        QList<SelectorEntries::Entry> entries;
+        new Selector(&selector, QStringLiteral("Choose"));
+        QList<Selector::Entry> entries;
         QStringList texts;
         for (int i = 0; i < entryCount; ++i) {
             texts.append(entryText(i));
             entries.append({texts.constLast(), i});
         }
-        SelectorEntries::add(&selector, entries);
+        Selector::of(&selector)->add(entries);
 
         plain.setEditable(true);
         plain.setInsertPolicy(QComboBox::NoInsert);
@@ -149,7 +149,7 @@ Comparison::Result afterAnEntryHasCome(benchmark::State &state)
     program.openList();
     std::vector<double> times;
     for ([[maybe_unused]] auto run : state) {
-        SelectorEntries::add(&both.selector, {{entryText(both.selector.count()), {}}});
+        Selector::of(&both.selector)->add({{entryText(both.selector.count()), {}}});
         times.push_back(program.openList());
         state.SetIterationTime(times.back() / 1000);
     }

@@ -122,7 +122,15 @@ private:
 
     void shoot(QWidget *widget, const QString &name)
     {
+        activate(widget);
         save(widget->grab(), name);
+    }
+
+    // Until a window is active, it shows no focus: the pictures of two tours would differ.
+    static void activate(QWidget *widget)
+    {
+        widget->activateWindow();
+        waitFor([widget] { return widget->isActiveWindow(); });
     }
 
     // The window as it stands on the screen, with what is open above it.
@@ -353,6 +361,7 @@ private:
 int main(int argc, char *argv[])
 {
     QApplication app(argc, argv);
+    QApplication::setCursorFlashTime(0);
     Application::setIdentity();
     Application::setAppearance();
 

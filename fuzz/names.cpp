@@ -13,13 +13,13 @@ namespace {
 
 void readRecord(const AvahiRecord &record)
 {
-    using QMdnsEngine::shownName;
+    using QMdnsEngine::publicName;
     switch (record.key->type) {
     case AVAHI_DNS_TYPE_PTR:
-        require(shownName(record.data.ptr.name).size() < 4 * AVAHI_DOMAIN_NAME_MAX);
+        require(publicName(record.data.ptr.name).size() < 4 * AVAHI_DOMAIN_NAME_MAX);
         break;
     case AVAHI_DNS_TYPE_SRV:
-        require(shownName(record.data.srv.name).size() < 4 * AVAHI_DOMAIN_NAME_MAX);
+        require(publicName(record.data.srv.name).size() < 4 * AVAHI_DOMAIN_NAME_MAX);
         break;
     default:
         require(!QMdnsEngine::attributesOf(record.data.txt.string_list).contains(QByteArray()));

@@ -3,6 +3,7 @@
 
 #include "Require.h"
 
+#include "net/JsonText.h"
 #include "nmos/NmosNames.h"
 #include "nmos/NodeRecords.h"
 
@@ -27,10 +28,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QByteArray input(reinterpret_cast<const char *>(data), static_cast<int>(size));
     const QList<QByteArray> lines = input.split('\n');
-    const QJsonArray devices = NodeRecords::parse(lines.value(0));
-    const QJsonArray flows = NodeRecords::parse(lines.value(1));
-    const QJsonArray senders = NodeRecords::parse(lines.value(2));
-    const QJsonArray receivers = NodeRecords::parse(lines.value(3));
+    const QJsonArray devices = parseJson(lines.value(0)).array();
+    const QJsonArray flows = parseJson(lines.value(1)).array();
+    const QJsonArray senders = parseJson(lines.value(2)).array();
+    const QJsonArray receivers = parseJson(lines.value(3)).array();
     const QString host = QStringLiteral("192.0.2.1:80");
     requireDistinctLabels(NodeRecords::listReceivers(receivers, host, QStringLiteral("%1")));
     requireDistinctLabels(NodeRecords::listSenders(flows, senders, host, QStringLiteral("%2")));

@@ -2,7 +2,7 @@
 
 #include "Require.h"
 
-#include "nmos/RequestUrl.h"
+#include "net/NodeRequest.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

@@ -1,7 +1,5 @@
 #include "Announcer.h"
 
-#include <QHash>
-
 #include <avahi-common/domain.h>
 #include <avahi-common/malloc.h>
 #include <avahi-common/strlst.h>
@@ -12,11 +10,6 @@
 #include <avahi-core/rr.h>
 
 #include <array>
-#include <mutex>
-#include <vector>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -24,34 +17,6 @@ constexpr const char *domain = "local";
 constexpr const char *serviceType = "_nmos-node._tcp";
 constexpr const char *fullType = "_nmos-node._tcp.local";
 
-// Avahi's event loop, on a thread of its own. Every use of a server's objects needs its lock. It
-// also notes the sockets that the server has watched: vanish() needs them, and Avahi has no other
-// way to tell them.
-struct Poll : AvahiPoll {
-    explicit Poll(AvahiThreadedPoll *threadedPoll)
-        : AvahiPoll(*avahi_threaded_poll_get(threadedPoll))
-        , api(threadedPoll)
-    {
-        watch_new = [](const AvahiPoll *poll, int descriptor, AvahiWatchEvent event,
-                       AvahiWatchCallback callback, void *data) {
-            const auto *const self = static_cast<const Poll *>(poll);
-            self->descriptors.push_back(descriptor);
-            const AvahiPoll *const wrapped = avahi_threaded_poll_get(self->api);
-            return wrapped->watch_new(wrapped, descriptor, event, callback, data);
-        };
-    }
-    void lock() const
-    {
-        avahi_threaded_poll_lock(api);
-    }
-    void unlock() const
-    {
-        avahi_threaded_poll_unlock(api);
-    }
-
-    AvahiThreadedPoll *const api;
-    mutable std::vector<int> descriptors;
-};
 AvahiStringList *txtList(const QList<QByteArray> &strings)
 {
     AvahiStringList *list = nullptr;
@@ -89,13 +54,6 @@ bool addPointer(AvahiServer *server, AvahiSEntryGroup *group, const QByteArray &
                      [&to](auto *data) { data->ptr.name = avahi_strdup(to.constData()); });
 }
 
-bool addTxt(AvahiServer *server, AvahiSEntryGroup *group, const QByteArray &name,
-            const QList<QByteArray> &txt, int flags = 0)
-{
-    return addRecord(server, group, name, AVAHI_DNS_TYPE_TXT, AVAHI_PUBLISH_UNIQUE | flags,
-                     [&txt](auto *data) { data->txt.string_list = txtList(txt); });
-}
-
 // The instance's full name as Avahi writes names; empty when it cannot be one.
 QByteArray serviceName(const QByteArray &instance)
 {
@@ -129,9 +87,13 @@ bool addService(AvahiServer *server, AvahiSEntryGroup *group, const Announcement
         data->srv.port = announcement.port;
         data->srv.name = avahi_strdup(host.constData());
     };
+    const auto setTexts = [&announcement](auto *data) {
+        data->txt.string_list = txtList(announcement.txt);
+    };
     return !name.isEmpty()
         && addRecord(server, group, name, AVAHI_DNS_TYPE_SRV, AVAHI_PUBLISH_UNIQUE, setLocation)
-        && (!announcement.hasTxt || addTxt(server, group, name, announcement.txt))
+        && (!announcement.hasTxt
+            || addRecord(server, group, name, AVAHI_DNS_TYPE_TXT, AVAHI_PUBLISH_UNIQUE, setTexts))
         && addPointer(server, group, fullType, name)
         && addPointer(server, group, "_services._dns-sd._udp.local", fullType)
         && addAddresses(server, group, announcement);
@@ -157,26 +119,25 @@ AvahiServer *newServer(const AvahiPoll *poll)
 
 } // namespace
 
+// Avahi's event loop runs on a thread of its own. Every use of the server needs its lock.
 struct Announcer::Private {
-    Poll poll{avahi_threaded_poll_new()};
-    AvahiServer *server = nullptr;
-    QHash<QByteArray, AvahiSEntryGroup *> services; // by instance
+    AvahiThreadedPoll *poll = avahi_threaded_poll_new();
+    AvahiServer *server = newServer(avahi_threaded_poll_get(poll));
 };
 
 Announcer::Announcer()
     : d(std::make_unique<Private>())
 {
-    d->server = newServer(&d->poll);
-    avahi_threaded_poll_start(d->poll.api);
+    avahi_threaded_poll_start(d->poll);
 }
 
 Announcer::~Announcer()
 {
-    avahi_threaded_poll_stop(d->poll.api);
+    avahi_threaded_poll_stop(d->poll);
     if (d->server) {
         avahi_server_free(d->server);
     }
-    avahi_threaded_poll_free(d->poll.api);
+    avahi_threaded_poll_free(d->poll);
 }
 
 void Announcer::silenceAvahi()
@@ -191,48 +152,16 @@ bool Announcer::isRunning() const
 
 bool Announcer::announce(const Announcement &announcement)
 {
-    const std::scoped_lock lock(d->poll);
-    if (!d->server || d->services.contains(announcement.instance)) {
+    if (!d->server) {
         return false;
     }
+    avahi_threaded_poll_lock(d->poll);
     AvahiSEntryGroup *const group = avahi_s_entry_group_new(d->server, nullptr, nullptr);
-    if (!addService(d->server, group, announcement) || avahi_s_entry_group_commit(group) < 0) {
-        avahi_s_entry_group_free(group);
-        return false;
-    }
-    d->services.insert(announcement.instance, group);
-    return true;
-}
-
-bool Announcer::updateTxt(const QByteArray &instance, const QList<QByteArray> &txt)
-{
-    const std::scoped_lock lock(d->poll);
-    AvahiSEntryGroup *const group = d->services.value(instance);
-    return group && addTxt(d->server, group, serviceName(instance), txt, AVAHI_PUBLISH_UPDATE);
-}
-
-bool Announcer::withdraw(const QByteArray &instance)
-{
-    const std::scoped_lock lock(d->poll);
-    AvahiSEntryGroup *const group = d->services.take(instance);
-    if (group) {
+    const bool announced =
+        addService(d->server, group, announcement) && avahi_s_entry_group_commit(group) >= 0;
+    if (!announced) {
         avahi_s_entry_group_free(group);
     }
-    return group;
-}
-
-void Announcer::vanish()
-{
-    avahi_threaded_poll_stop(d->poll.api);
-    // Freeing the server sends goodbyes, which no option turns off: they go to /dev/null.
-    const int nobody = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    for (const int descriptor : d->poll.descriptors) {
-        ::dup3(nobody, descriptor, O_CLOEXEC);
-    }
-    ::close(nobody);
-    if (d->server) {
-        avahi_server_free(d->server);
-    }
-    d->server = nullptr;
-    d->services.clear();
+    avahi_threaded_poll_unlock(d->poll);
+    return announced;
 }

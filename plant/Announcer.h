@@ -15,7 +15,7 @@ struct Announcement {
     // The strings of the TXT record, each of at most 255 bytes, in this order.
     QList<QByteArray> txt = {"api_proto=http", "api_ver=v1.0,v1.1,v1.2,v1.3", "api_auth=false",
                              "pri=100"};
-    bool hasTxt = true; // false: no TXT record at all, which some devices manage
+    bool hasTxt = true; // false: no TXT record at all, as with some devices
 };
 
 // Announces services by multicast DNS (RFC 6762) on every interface, from a thread of its own;
@@ -35,22 +35,12 @@ public:
     // users of Avahi in this process.
     static void silenceAvahi();
 
-    // False when the sockets could not be opened, or after vanish(); then nothing is announced.
+    // False when the sockets could not be opened; then nothing is announced.
     bool isRunning() const;
 
     // Announces a service and its host's addresses. False when it cannot be (a service already
     // announced here, a name that is not valid).
     bool announce(const Announcement &announcement);
-
-    // Announces a changed TXT record of a service announced here. False when it has none.
-    bool updateTxt(const QByteArray &instance, const QList<QByteArray> &txt);
-
-    // Withdraws a service with a goodbye. False when there is none such.
-    bool withdraw(const QByteArray &instance);
-
-    // Falls silent as a node does that loses its power: no goodbye is sent and no question
-    // answered.
-    void vanish();
 
 private:
     struct Private;

@@ -18,9 +18,8 @@ class ConnectionEndpoint final {
 public:
     enum class Role { Sender, Receiver };
 
-    // The defaults are what "auto" stands for and what is active from the start; each transport
-    // parameter of the role has one.
-    ConnectionEndpoint(Role role, Essence essence, const QJsonObject &defaults);
+    // The parameters are the transport parameters from the start.
+    ConnectionEndpoint(Role role, Essence essence, const QJsonObject &parameters);
 
     struct Answer {
         int status = 200;
@@ -28,8 +27,8 @@ public:
         bool activated = false;
     };
 
-    // 200: staged, and activated when the PATCH says so; 400: not a valid request, nothing was
-    // changed; 501: asks for a scheduled activation, nothing was changed.
+    // 200: staged, and activated when the PATCH says so; 400: nothing was changed, because the
+    // request is not valid, or asks for a scheduled activation or other transport parameters.
     Answer patch(const QByteArray &body);
 
     const QJsonObject &staged() const
@@ -40,7 +39,6 @@ public:
     {
         return activeObject;
     }
-    QJsonArray constraints() const;
 
     QJsonValue peer() const // the active sender_id or receiver_id
     {
@@ -52,18 +50,11 @@ private:
     {
         return QLatin1String(role == Role::Sender ? "receiver_id" : "sender_id");
     }
-    QLatin1String ownAddress() const;
-    bool isValidParameter(const QString &name, const QJsonValue &value) const;
-    QString invalidMember(const QJsonObject &request) const;
-    QString invalidParameter(const QJsonArray &legs) const;
     bool isValid(const QString &member, const QJsonValue &value) const;
-    QString stage(const QJsonObject &request, QJsonObject *next) const;
     QString stageTransportFile(const QJsonObject &file, QJsonObject *parameters) const;
-    Answer activate();
 
     Role role;
     Essence essence;
-    QJsonObject defaults;
     QJsonObject stagedObject;
     QJsonObject activeObject;
 };

@@ -10,13 +10,13 @@
 // What a node does wrong for a path. A fault is a plain value: make one with the functions below,
 // narrow it with onMethod() and times(), and hand it to SimulatedNode::setFault().
 struct Fault {
-    // What happens to the right answer, unless another one takes its place.
-    enum class Kind { None, Delay, Hang, Truncate, Drip, UntilActivated };
+    // How the normal answer changes, unless another one takes its place.
+    enum class Kind { None, Hang, UntilActivated };
 
     // The right answer, milliseconds late.
     static Fault delay(int milliseconds)
     {
-        return {Kind::Delay, {}, milliseconds};
+        return {Kind::None, {}, milliseconds};
     }
 
     // That HTTP status. Without a body of its own a status of 400 and above carries the NMOS error
@@ -49,13 +49,6 @@ struct Fault {
         return {Kind::None, HttpAnswer{200, {}, {}, {}, HttpAnswer::Wire::Drop}};
     }
 
-    // The right answer's header with its Content-Length, half of its body, and the end of the
-    // connection.
-    static Fault truncate()
-    {
-        return {Kind::Truncate};
-    }
-
     // Status 200 with this body, whatever it is.
     static Fault body(const QByteArray &body)
     {
@@ -66,12 +59,6 @@ struct Fault {
     static Fault redirect(const QByteArray &location, int code = 302)
     {
         return {Kind::None, HttpAnswer{code, {}, {}, {{"Location", location}}}};
-    }
-
-    // The right answer, the body byte by byte with that pause before each.
-    static Fault drip(int millisecondsPerByte)
-    {
-        return {Kind::Drip, {}, millisecondsPerByte};
     }
 
     // Status 200 and that many bytes of white space; 0: without a Content-Length, until the peer
@@ -115,7 +102,7 @@ struct Fault {
 
     Kind kind = Kind::None;
     std::optional<HttpAnswer> answer = {}; // in place of the right one
-    int milliseconds = 0; // of a delay, or between the bytes of a drip
+    int milliseconds = 0; // of a delay
     QByteArray method = {}; // empty: any
     int remaining = -1; // requests still to be met; negative: all
 };

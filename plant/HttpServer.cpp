@@ -121,21 +121,6 @@ HttpRequest requestOf(const httplib::Request &request)
     return result;
 }
 
-// Sends the part of the body from the offset on, or some of it. False ends the connection.
-bool sendBody(const HttpAnswer &answer, size_t offset, size_t left, httplib::DataSink &sink)
-{
-    static const std::string blanks(64 * 1024, ' ');
-    const char *const rest = answer.body.constData() + offset;
-    if (answer.wire == HttpAnswer::Wire::Flood) {
-        return sink.write(blanks.data(), std::min(left, blanks.size()));
-    }
-    if (answer.wire == HttpAnswer::Wire::Truncated) {
-        sink.write(rest, left / 2);
-        return false;
-    }
-    return answer.beforeByte ? answer.beforeByte() && sink.write(rest, 1) : sink.write(rest, left);
-}
-
 void setAnswer(httplib::Response &response, const HttpAnswer &answer)
 {
     using Wire = HttpAnswer::Wire;
@@ -150,17 +135,19 @@ void setAnswer(httplib::Response &response, const HttpAnswer &answer)
     const bool isFlood = answer.wire == Wire::Flood;
     const qint64 size = isFlood ? answer.floodBytes : answer.body.size();
     const std::string type = answer.contentType.toStdString();
+    // Sends the body from the offset on, or some of it.
+    const auto send = [answer, isFlood](size_t offset, size_t left, httplib::DataSink &sink) {
+        static const std::string blanks(64 * 1024, ' ');
+        return isFlood ? sink.write(blanks.data(), std::min(left, blanks.size()))
+                       : sink.write(answer.body.constData() + offset, left);
+    };
     if (isFlood && size == 0) {
-        response.set_content_provider(type, [answer](size_t, httplib::DataSink &sink) {
-            return sendBody(answer, 0, std::numeric_limits<size_t>::max(), sink);
+        response.set_content_provider(type, [send](size_t, httplib::DataSink &sink) {
+            return send(0, std::numeric_limits<size_t>::max(), sink);
         });
     } else if (size > 0) {
         // Not set_content(): the library would compress the body and so change its length.
-        response.set_content_provider(
-            static_cast<size_t>(size), type,
-            [answer](size_t offset, size_t left, httplib::DataSink &sink) {
-                return sendBody(answer, offset, left, sink);
-            });
+        response.set_content_provider(static_cast<size_t>(size), type, send);
     }
 }
 
@@ -190,7 +177,7 @@ HttpServer::Private::Private(const HttpServer::Handler &handler)
     set_tcp_nodelay(true);
     set_keep_alive_max_count(1000000);
     set_default_headers({{"Access-Control-Allow-Origin", "*"}});
-    // The library's default lets two servers share a port without a word.
+    // By default two servers could share a port silently.
     set_socket_options([this](socket_t socket) {
         const int on = 1;
         ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);

@@ -23,7 +23,6 @@ struct HttpAnswer {
         Whole,
         Reset, // a TCP reset and no answer
         Drop, // the end of the connection and no answer
-        Truncated, // the header, half of the body, the end of the connection
         Flood, // as many bytes of white space as floodBytes says in place of the body
     };
 
@@ -33,9 +32,6 @@ struct HttpAnswer {
     QList<QPair<QByteArray, QByteArray>> headers = {};
     Wire wire = Wire::Whole;
     qint64 floodBytes = 0; // 0: no Content-Length and no end
-    // When there is one, the body is sent byte by byte and this called before each; false ends the
-    // connection.
-    std::function<bool()> beforeByte = {};
 };
 
 // An HTTP/1.1 server at one address. A connection costs a thread only from its arrival to its end,

@@ -23,14 +23,12 @@ QString namedId(const QStringList &names)
 struct Shape {
     const char *format;
     const char *mediaType;
-    const char *source; // members that not every source has
     const char *flow; // members that not every flow has
 };
 
 // In the order of Essence.
 const Shape shapes[] = {
     {"urn:x-nmos:format:video", "video/raw",
-     R"({"grain_rate": {"numerator": 50, "denominator": 1}})",
      R"({"grain_rate": {"numerator": 50, "denominator": 1},
          "frame_width": 1920, "frame_height": 1080, "interlace_mode": "progressive",
          "colorspace": "BT709", "transfer_characteristic": "SDR",
@@ -38,10 +36,8 @@ const Shape shapes[] = {
                         {"name": "Cb", "width": 960, "height": 1080, "bit_depth": 10},
                         {"name": "Cr", "width": 960, "height": 1080, "bit_depth": 10}]})"},
     {"urn:x-nmos:format:audio", "audio/L24",
-     R"({"channels": [{"label": "Left", "symbol": "L"}, {"label": "Right", "symbol": "R"}]})",
      R"({"sample_rate": {"numerator": 48000, "denominator": 1}, "bit_depth": 24})"},
     {"urn:x-nmos:format:data", "video/smpte291",
-     R"({"grain_rate": {"numerator": 50, "denominator": 1}})",
      R"({"grain_rate": {"numerator": 50, "denominator": 1},
          "DID_SDID": [{"DID": "0x61", "SDID": "0x01"}, {"DID": "0x60", "SDID": "0x60"}]})"},
 };
@@ -246,18 +242,6 @@ QJsonObject NodeModel::deviceObject(const Device &device) const
                                   {"controls", QJsonArray{control}}}));
 }
 
-QJsonObject NodeModel::sourceObject(const Endpoint &sender) const
-{
-    const Shape &shape = shapeOf(sender.essence);
-    return resourceOf(idOf("source", sender.id), created, sender.label,
-                      merged(jsonObject(shape.source),
-                             jsonObject({{"caps", QJsonObject()},
-                                         {"device_id", sender.deviceId},
-                                         {"parents", QJsonArray()},
-                                         {"clock_name", "clk0"},
-                                         {"format", shape.format}})));
-}
-
 QJsonObject NodeModel::flowObject(const Endpoint &sender) const
 {
     const Shape &shape = shapeOf(sender.essence);
@@ -314,15 +298,18 @@ QJsonValue NodeModel::resource(const QString &name) const
         for (const Device &device : devices) {
             array.append(deviceObject(device));
         }
+        return array;
     }
     const bool isOfReceivers = name == QLatin1String("receivers");
     const auto build = isOfReceivers       ? &NodeModel::receiverObject
-        : name == QLatin1String("sources") ? &NodeModel::sourceObject
         : name == QLatin1String("flows")   ? &NodeModel::flowObject
         : name == QLatin1String("senders") ? &NodeModel::senderObject
                                            : nullptr;
+    if (!build) {
+        return QJsonValue::Undefined;
+    }
     for (const Endpoint &endpoint : endpoints) {
-        if (build && (endpoint.role == Role::Receiver) == isOfReceivers) {
+        if ((endpoint.role == Role::Receiver) == isOfReceivers) {
             array.append((this->*build)(endpoint));
         }
     }

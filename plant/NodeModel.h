@@ -37,7 +37,8 @@ public:
     QJsonObject active(Role role, const QString &id) const;
     QByteArray manifest(const QString &senderId) const;
 
-    // "self" is an object; "devices", "sources", "flows", "senders" and "receivers" are arrays.
+    // "self" is an object; "devices", "flows", "senders" and "receivers" are arrays. Undefined for
+    // any other name.
     QJsonValue resource(const QString &name) const;
 
 private:
@@ -63,17 +64,15 @@ private:
 
     QJsonObject self() const;
     QJsonObject deviceObject(const Device &device) const;
-    QJsonObject sourceObject(const Endpoint &sender) const;
     QJsonObject flowObject(const Endpoint &sender) const;
     static QJsonObject endpointObject(const Endpoint &endpoint, const char *peerName,
                                       const QJsonValue &peer, const QJsonObject &own);
     QJsonObject senderObject(const Endpoint &sender) const;
     QJsonObject receiverObject(const Endpoint &receiver) const;
 
-    // The answer to a GET of the path, given without its slashes; nothing when it does not exist.
     std::optional<HttpAnswer> read(const QStringList &segments);
-    std::optional<QByteArray> resourceBody(const QString &name, const QString &id);
-    std::optional<HttpAnswer> endpoint(Role role, const QStringList &segments) const;
+    std::optional<HttpAnswer> endpoint(const QString &kind, const QString &id,
+                                       const QString &name) const;
     Outcome patch(const HttpRequest &request, const QStringList &segments);
 
     QString label;

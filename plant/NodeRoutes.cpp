@@ -11,119 +11,47 @@ NodeModel::Outcome refusal(int code, const char *reason)
     return {{code, toJson(nmosError(code, QLatin1String(reason)))}};
 }
 
-// What is found below a path, as every NMOS API lists it.
-HttpAnswer listing(const QStringList &names)
-{
-    QJsonArray array;
-    for (const QString &name : names) {
-        array.append(QString(name + QLatin1Char('/')));
-    }
-    return {200, toJson(array)};
-}
-
-constexpr char resourceNames[] = "self sources flows devices senders receivers";
-
-QStringList words(const char *text)
-{
-    return QString::fromLatin1(text).split(QLatin1Char(' '));
-}
-
-// What is found below a path that is the same for every node; empty for any other.
-QStringList namesBelow(const QString &path)
-{
-    static const std::pair<const char *, const char *> common[] = {
-        {"x-nmos", "connection node"},
-        {"x-nmos/node", "v1.3"},
-        {"x-nmos/node/v1.3", resourceNames},
-        {"x-nmos/connection", "v1.1"},
-        {"x-nmos/connection/v1.1", "single"},
-        {"x-nmos/connection/v1.1/single", "senders receivers"},
-    };
-    for (const auto &[place, names] : common) {
-        if (path == QLatin1String(place)) {
-            return words(names);
-        }
-    }
-    return {};
-}
-
 } // namespace
 
+// The answer to a GET of the path, given without its slashes; nothing when it does not exist.
 std::optional<HttpAnswer> NodeModel::read(const QStringList &segments)
 {
-    const QStringList names = namesBelow(segments.join(QLatin1Char('/')));
-    if (!names.isEmpty()) {
-        return listing(names);
-    }
     const QString api = segments.mid(0, 4).join(QLatin1Char('/'));
-    const QString name = segments.value(4);
-    if (api == QLatin1String("x-nmos/connection/v1.1/single")) {
-        if (name == QLatin1String("senders") || name == QLatin1String("receivers")) {
-            return endpoint(name == QLatin1String("senders") ? Role::Sender : Role::Receiver,
-                            segments.mid(5));
-        }
-    } else if (api.startsWith(QLatin1String("x-nmos/node/v1.3/")) && segments.size() <= 5) {
-        if (const auto body = resourceBody(segments.at(3), name)) {
-            return HttpAnswer{200, *body};
-        }
+    if (api == QLatin1String("x-nmos/connection/v1.1/single") && segments.size() == 7) {
+        return endpoint(segments.at(4), segments.at(5), segments.at(6));
     }
-    return {};
-}
-
-// A resource as a whole, or the one of that id.
-std::optional<QByteArray> NodeModel::resourceBody(const QString &name, const QString &id)
-{
-    if (!words(resourceNames).contains(name)) {
-        return {};
-    }
-    if (id.isEmpty()) {
-        QByteArray &body = bodies[name];
+    if (api.startsWith(QLatin1String("x-nmos/node/v1.3/")) && segments.size() == 4) {
+        QByteArray &body = bodies[segments.at(3)];
         if (body.isEmpty()) {
-            const QJsonValue value = resource(name);
+            const QJsonValue value = resource(segments.at(3));
+            if (value.isUndefined()) {
+                return {};
+            }
             body = value.isArray() ? toJson(value.toArray()) : toJson(value.toObject());
         }
-        return body;
-    }
-    const QJsonArray array = resource(name).toArray();
-    for (const QJsonValue &entry : array) {
-        if (entry.toObject().value(QLatin1String("id")) == QJsonValue(id)) {
-            return toJson(entry.toObject());
-        }
+        return HttpAnswer{200, body};
     }
     return {};
 }
 
-// Segments as in ID/staged.
-std::optional<HttpAnswer> NodeModel::endpoint(Role role, const QStringList &segments) const
+std::optional<HttpAnswer> NodeModel::endpoint(const QString &kind, const QString &id,
+                                              const QString &name) const
 {
-    if (segments.isEmpty()) {
-        return listing(ids(role));
-    }
-    const Endpoint *const found = find(role, segments.first());
-    if (!found || segments.size() > 2) {
+    const bool isSender = kind == QLatin1String("senders");
+    const Endpoint *const found = find(isSender ? Role::Sender : Role::Receiver, id);
+    if (!found || (!isSender && kind != QLatin1String("receivers"))) {
         return {};
     }
-    const QStringList names =
-        words(role == Role::Sender ? "constraints staged active transporttype transportfile"
-                                   : "constraints staged active transporttype");
-    if (segments.size() == 1) {
-        return listing(names);
+    if (name == QLatin1String("staged")) {
+        return HttpAnswer{200, toJson(found->connection.staged())};
     }
-    const ConnectionEndpoint &connection = found->connection;
-    switch (names.indexOf(segments.at(1))) {
-    case 0:
-        return HttpAnswer{200, toJson(connection.constraints())};
-    case 1:
-        return HttpAnswer{200, toJson(connection.staged())};
-    case 2:
-        return HttpAnswer{200, toJson(connection.active())};
-    case 3:
-        return HttpAnswer{200, "\"urn:x-nmos:transport:rtp\""};
-    case 4:
-        return HttpAnswer{200, manifest(found->id), "application/sdp"};
-    default:
-        return {};
+    if (name == QLatin1String("active")) {
+        return HttpAnswer{200, toJson(found->connection.active())};
     }
+    if (isSender && name == QLatin1String("transportfile")) {
+        return HttpAnswer{200, manifest(id), "application/sdp"};
+    }
+    return {};
 }
 
 // Segments as in x-nmos/connection/v1.1/single/senders/ID/staged, which exists.

@@ -90,6 +90,9 @@ int main(int argc, char **argv)
     parser.addOptions({{verbose, QStringLiteral("Write each request to standard error.")},
                        {announced, QStringLiteral("Announce the nodes by mDNS everywhere.")}});
     parser.process(app);
+    if (!parser.positionalArguments().isEmpty()) {
+        parser.showHelp(2);
+    }
 
     Plant plant;
     Announcer::silenceAvahi();

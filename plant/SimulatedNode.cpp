@@ -66,7 +66,6 @@ struct SimulatedNode::Private {
 
     HttpAnswer answer(const HttpRequest &request);
     std::shared_ptr<SetFault> takeFault(const HttpRequest &request);
-    bool pause(std::unique_lock<std::mutex> &lock, int milliseconds);
     HttpAnswer ownAnswer(const HttpRequest &request);
     void removeFaults(const std::function<bool(const SetFault &)> &which);
 };
@@ -83,7 +82,11 @@ HttpAnswer SimulatedNode::Private::answer(const HttpRequest &request)
         observe(request);
     }
     lock.lock();
-    pause(lock, responseDelay + (fault.kind == Fault::Kind::Delay ? fault.milliseconds : 0));
+    const std::chrono::milliseconds delay(responseDelay + fault.milliseconds);
+    // Waiting for no time at all would still put the thread to sleep.
+    if (delay.count() > 0) {
+        changed.wait_for(lock, delay, [this] { return !listening; });
+    }
     if (fault.answer) {
         return *fault.answer;
     }
@@ -93,16 +96,7 @@ HttpAnswer SimulatedNode::Private::answer(const HttpRequest &request)
     if (!listening) {
         return *Fault::drop().answer;
     }
-    HttpAnswer own = ownAnswer(request);
-    if (fault.kind == Fault::Kind::Truncate) {
-        own.wire = HttpAnswer::Wire::Truncated;
-    } else if (fault.kind == Fault::Kind::Drip) {
-        own.beforeByte = [this, fault] {
-            std::unique_lock waiting(mutex);
-            return pause(waiting, fault.milliseconds);
-        };
-    }
-    return own;
+    return ownAnswer(request);
 }
 
 // The fault that meets the request, counted down. To be called with the mutex held.
@@ -117,17 +111,6 @@ std::shared_ptr<SetFault> SimulatedNode::Private::takeFault(const HttpRequest &r
         --(*found)->fault.remaining;
     }
     return *found;
-}
-
-// False when the node stops meanwhile.
-bool SimulatedNode::Private::pause(std::unique_lock<std::mutex> &lock, int milliseconds)
-{
-    // Waiting for no time at all would still put the thread to sleep.
-    if (milliseconds > 0) {
-        changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                         [this] { return !listening; });
-    }
-    return listening;
 }
 
 // To be called with the mutex held.
@@ -290,12 +273,6 @@ void SimulatedNode::setResource(const QString &path, const QByteArray &body,
 {
     const std::scoped_lock lock(d->mutex);
     d->resources.insert(withoutSlash(path), {200, body, contentType});
-}
-
-void SimulatedNode::clearResources()
-{
-    const std::scoped_lock lock(d->mutex);
-    d->resources.clear();
 }
 
 void SimulatedNode::setFault(const QString &path, const Fault &fault)

@@ -17,9 +17,11 @@
 
 using LoggedRequest = HttpRequest;
 
-// An NMOS node on real sockets: AMWA IS-04 v1.3 Node API and IS-05 v1.1 Connection API at one
-// address and port, resources and answers as the AMWA schemas have them, SDP manifests as SMPTE ST
-// 2110-20, -30 and -40 senders publish them.
+// An NMOS node on real sockets: what a controller uses of the AMWA IS-04 v1.3 Node API (self,
+// devices, flows, senders, receivers) and the IS-05 v1.1 Connection API (staged, active, transport
+// file) at one address and port, as the AMWA schemas have it, with SDP manifests as SMPTE ST
+// 2110-20, -30 and -40 senders publish them. Listings, sources, single resources and constraints
+// are left out.
 //
 // Requests are served on threads of the node's own, so the thread that made the node may run an
 // event loop or wait. Every member may be called from any thread at any time.
@@ -27,8 +29,8 @@ using LoggedRequest = HttpRequest;
 // A receiver that is patched with a transport file takes addresses and port from it, and refuses
 // (400) what is no SDP or one of another essence. Senders are active from the start, receivers are
 // not. Nodes of the same label have the same ids, in every run. An immediate activation takes
-// effect before its PATCH is answered; scheduled activations are refused (501), and there are no
-// bulk requests, which IS-05 leaves optional.
+// effect before its PATCH is answered; scheduled activations and transport parameters are refused
+// (400).
 class SimulatedNode final {
 public:
     // Listens at once. Port 0 takes a free one. A link-local address needs its scope id. When
@@ -73,7 +75,7 @@ public:
     // The SDP that the sender offers now.
     QByteArray manifest(const QString &senderId) const;
 
-    // The Node API's collection "devices", "sources", "flows", "senders" or "receivers" as the
+    // The Node API's collection "devices", "flows", "senders" or "receivers" as the
     // node's state gives it, whatever setCollection() put in its place.
     QJsonArray collection(const QString &name) const;
 
@@ -84,9 +86,6 @@ public:
     // Serves a body for GET requests of any path (without query), known to the node or not.
     void setResource(const QString &path, const QByteArray &body,
                      const QByteArray &contentType = "application/json");
-
-    // Takes back everything given to setCollection() and setResource().
-    void clearResources();
 
     // Switches a fault on for a path (without query, its trailing slash not compared); a path that
     // ends in '*' stands for every path that begins with what precedes the '*'. Replaces the

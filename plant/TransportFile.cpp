@@ -66,7 +66,7 @@ std::optional<StreamOffer> readTransportFile(const QString &sdp)
     // What follows a second "m=" is another leg or stream.
     const int second = sdp.indexOf(QLatin1String("\nm="), media + 1);
     const QString first = sdp.mid(media, second < 0 ? -1 : second - media);
-    // What the stream says, and if it says nothing the session.
+    // Media level, else session level.
     const auto captured = [&](const QString &pattern) {
         const QRegularExpression line(pattern, QRegularExpression::MultilineOption);
         const QString own = line.match(first).captured(1);

@@ -1,12 +1,19 @@
 #pragma once
 
-// What makes the application object this program's, in the order in which main() needs it. The demo
-// tour and the tests use it, too, so that they show and store what the program does.
+#include <memory>
+
+class QApplication;
+
+// Sets up QApplication. main() calls all of these, in this order; the demo tour and the tests call
+// some, so that they show and store what the program does.
 namespace Application {
 
-// Makes all sizes follow the resolution that the desktop asks for (Xft.dpi under X11, the display
-// settings of Windows), without rounding. Must come before the application object.
-void scaleWithScreens();
+// Makes the application object, as QApplication's constructor does. All sizes follow the resolution
+// that the desktop asks for (Xft.dpi under X11, the display settings of Windows). A scale that is
+// nearly a whole or a quarter is taken for that: an X server that knows its screen's size in whole
+// millimetres only says 96.07 dots per inch, and a scale of 1.0008 makes pictures soft. Both
+// arguments must outlive the object.
+std::unique_ptr<QApplication> create(int &argc, char **argv);
 
 // Keeps Qt from loading the OpenGL driver under X11, which is a third of the time to the first
 // window. An environment that asks for a driver gets it. Must come before the first window.
@@ -19,9 +26,14 @@ void setIdentity();
 // silently.
 void setAppearance();
 
-// Makes the event loop end as soon as the last window closes. By itself Qt only posts an event to
-// that end, and takes it back when a nested loop begins before it is delivered: a request sent at
-// that moment would leave the program running without a window.
+// Makes the event loop end as soon as the last window closes. By default Qt posts a quit event and
+// drops it when a nested loop starts first; a request sent then would keep the program running
+// without a window.
 void endWithLastWindow();
+
+// Makes a double click press once, on the window that it begins on (see PressGuard). It concerns
+// the application and not the main window: lists, boxes and dialogs are windows of their own, and a
+// box may come up before there is a main window.
+void swallowStrayPresses();
 
 } // namespace Application

@@ -1,21 +1,23 @@
 #include "MainWindow.h"
 
 #include "Identity.h"
-#include "NodeEndpoint.h"
 #include "discovery/BrowserWindow.h"
 #include "discovery/NMOSMdnsBrowser.h"
+#include "net/NestedWait.h"
 #include "nmos/IntakeQueue.h"
-#include "nmos/SyncHttp.h"
+#include "nmos/NodeEndpoint.h"
 #include "widgets/BusyCursor.h"
 #include "widgets/LightIndicator.h"
 #include "widgets/MessageBox.h"
 #include "widgets/ProductAdRotator.h"
-#include "widgets/SelectorEntries.h"
+#include "widgets/Selector.h"
 
 #include <QApplication>
+#include <QCloseEvent>
 #include <QComboBox>
 #include <QFrame>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -58,6 +60,8 @@ MainWindow::MainWindow(QWidget *parent)
     checkTx();
     checkRx();
     connectCommands();
+    // main() has set it. A program that makes this window without main() gets it here: layout and
+    // style sheet are made for it.
     QApplication::setStyle(QStringLiteral("Fusion"));
     startDiscovery();
     startManualDevices();
@@ -65,11 +69,21 @@ MainWindow::MainWindow(QWidget *parent)
 
 MainWindow::~MainWindow()
 {
+    Closing::over();
     if (mdns) {
         mdns->stop();
         delete mdns;
     }
     delete aboutPanel;
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    QMainWindow::closeEvent(event);
+    if (event->isAccepted()) {
+        mdns->stop();
+        Closing::begin();
+    }
 }
 
 QWidget *MainWindow::buildCentralWidget()
@@ -119,12 +133,12 @@ QWidget *MainWindow::buildNodeRow(const QString &title, QComboBox *&combo, Light
     auto *row = new QWidget(this);
     auto *label = new QLabel(title, row);
     combo = new QComboBox(row);
-    SelectorEntries::prepare(combo, QStringLiteral("e.g. 10.0.0.2"));
+    new Selector(combo, QStringLiteral("e.g. 10.0.0.2"));
     combo->setMinimumWidth(660);
     light = new LightIndicator(row);
     sdpButton = new QPushButton(QStringLiteral("Show SDP\u2026"), row);
 
-    // The two rows look alike; a screen reader tells them apart by these.
+    // Screen readers distinguish the rows by these names.
     label->setBuddy(combo);
     combo->setAccessibleName(title);
     light->setAccessibleName(title + QStringLiteral(" status"));
@@ -184,12 +198,12 @@ void MainWindow::check(QComboBox *combo, LightIndicator *light, NodeProbe probe,
 
 QString MainWindow::selectedId(const QComboBox *combo)
 {
-    return NodeEndpoint::of(SelectorEntries::currentRecord(combo)).id;
+    return NodeEndpoint::of(Selector::of(combo)->currentRecord()).id;
 }
 
 QString MainWindow::selectedHost(const QComboBox *combo)
 {
-    const QString host = NodeEndpoint::of(SelectorEntries::currentRecord(combo)).host;
+    const QString host = NodeEndpoint::of(Selector::of(combo)->currentRecord()).host;
     return host.isEmpty() ? combo->currentText().trimmed() : host;
 }
 
@@ -197,15 +211,27 @@ bool MainWindow::runCommand(const std::function<std::optional<Message>()> &comma
 {
     std::optional<Message> message;
     {
-        const IntakeQueue::OperatorCommand operatorCommand(intakes);
         const BusyCursor busy;
         message = command();
     }
-    // Whatever failed because the program is closing needs no explanation.
-    if (message && !requestActivity().closing) {
+    // While the program closes this shows nothing.
+    if (message) {
         showMessage(this, *message);
     }
     return !message;
+}
+
+// Enter presses the button that has the focus, as in a dialog and as Space does. (An "auto default"
+// button would do so by itself, but again and again while the key is held.)
+void MainWindow::keyPressEvent(QKeyEvent *event)
+{
+    auto *button = qobject_cast<QPushButton *>(focusWidget());
+    const bool isEnter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (button && isEnter && !event->isAutoRepeat()) {
+        button->click();
+    } else {
+        QMainWindow::keyPressEvent(event);
+    }
 }
 
 void MainWindow::openBrowser()

@@ -28,14 +28,14 @@ class QSettings;
 // A light is on exactly when the last check of its row found a sender (transmitter) or a receiver
 // (receiver) at the node that the row names; it is off while the field is empty. A check runs on
 // every change of a selector's text and on every choice of an entry. All requests are synchronous
-// and wait in nested event loops (see nmos/SyncHttp.h), so any slot here may run inside the wait of
+// and wait in nested event loops (see net/SyncHttp.h), so any slot here may run inside the wait of
 // another.
 //
 // The selectors list the labelled video senders and receivers of every node that discovery reports
 // or that was added by hand, sorted by text; a node known both ways, under one host, has the
-// entries from discovery. What an intake adds or takes away never changes what the operator typed
-// or chose, except that a chosen entry which goes leaves its selector empty, unless the same intake
-// brings the same sender or receiver back under another name: then that entry is chosen.
+// entries from discovery. What an intake adds or removes does not change what the operator typed or
+// chose. Exception: removing the chosen entry empties the selector; if the same intake adds the
+// same sender or receiver under another name, that entry is chosen.
 //
 // While Connect, Disconnect or Show SDP waits for nodes, the mouse cursor is busy.
 //
@@ -51,7 +51,11 @@ public:
     ~MainWindow() override;
 
 protected:
+    void keyPressEvent(QKeyEvent *event) override;
     void showEvent(QShowEvent *event) override;
+    // Ends what the window's commands wait for and stops discovery, even if the browser window
+    // stays open. Until the window is destroyed no request is sent and no dialog comes up.
+    void closeEvent(QCloseEvent *event) override;
 
 private slots:
     void checkTx();
@@ -66,7 +70,7 @@ private slots:
                            const QJsonDocument &selfDoc);
 
 private:
-    // What the operator had chosen from among removed entries; empty ids when they had not.
+    // The ids of removed entries that were chosen; empty when none was.
     struct RemovedChoice {
         QString senderId;
         QString receiverId;
@@ -91,7 +95,8 @@ private:
 
     // Node intake
     void startDiscovery();
-    void takeInDiscovered(const QString &serviceName, const QString &host);
+    // removed keeps what the first run of an intake has removed for those after an interruption.
+    void takeInDiscovered(const QString &serviceName, const QString &host, RemovedChoice *removed);
     // Asks a manual device for its senders and receivers and lists them. Does nothing when
     // discovery has reported the host, or when the device is not in the list any more.
     void probeManualDevice(const ManualDevice &device);
@@ -106,16 +111,19 @@ private:
     // False when the list could not be written to disk.
     bool saveManualDevices();
 
-    // SDP and browser window
+    // SDP
     std::optional<Message> readTxSdp(NmosClient::SenderLookup *sender, QString *text);
     std::optional<Message> readRxSdp(NmosClient::ReceiverLookup *receiver, QString *text);
     void showSdp(const QString &caption, const QString &text);
-    // Shows the mDNS browser window, which is made at the first call and then lives to the end of
-    // the process.
+
+    // Browser window: shows the mDNS browser window, which is made at the first call and then lives
+    // to the end of the process.
     void openBrowser();
 
-    // About panel and update check
+    // Update check
     void checkForUpdate();
+
+    // About panel
     void createAboutPanel();
     void showAbout();
     void hideAbout();

@@ -2,13 +2,15 @@
 
 #include "MainWindow.h"
 
+#include "net/SyncHttp.h"
 #include "nmos/IntakeQueue.h"
-#include "nmos/SyncHttp.h"
 #include "widgets/DeviceDialogs.h"
 #include "widgets/MessageBox.h"
 
 #include <QSettings>
 #include <QTimer>
+
+#include <algorithm>
 
 using namespace std::chrono_literals;
 
@@ -57,14 +59,13 @@ void MainWindow::doAddDevice()
                      QStringLiteral("This device will not be remembered: the settings cannot be "
                                     "written.")});
     }
-    // A command of the operator does not queue up behind the intakes. Where the request layer would
-    // refuse it, it gets a place in the queue after all.
-    if (requestActivity().depth < maximumRequestDepth) {
-        const IntakeQueue::OperatorCommand command(intakes);
-        probeManualDevice(device);
-    } else {
+    // An added device is asked at once, and queued only when the request layer would refuse the
+    // request.
+    if (isRequestRefused()) {
         queueProbe(device);
         intakes->run();
+    } else {
+        probeManualDevice(device);
     }
 }
 
@@ -81,14 +82,19 @@ void MainWindow::doRemoveDevice()
     for (const ManualDevice &device : qAsConst(manualDevices)) {
         hosts.append(device.host());
     }
-    const auto row = DeviceDialogs::askWhichToRemove(this, title, hosts);
-    if (!row || *row >= manualDevices.size()) {
+    const auto host = DeviceDialogs::askWhichToRemove(this, title, hosts);
+    if (!host) {
         return;
     }
-    const QString host = manualDevices.at(*row).host();
-    removeEntries(host);
-    manualHosts.remove(host);
-    manualDevices.removeAt(*row);
+    const auto device =
+        std::find_if(manualDevices.begin(), manualDevices.end(),
+                     [&host](const ManualDevice &other) { return other.host() == *host; });
+    if (device == manualDevices.end()) {
+        return;
+    }
+    removeEntries(*host);
+    manualHosts.remove(*host);
+    manualDevices.erase(device);
     if (!saveManualDevices()) {
         showMessage(this,
                     {QMessageBox::Warning, title,

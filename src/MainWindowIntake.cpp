@@ -2,10 +2,10 @@
 
 #include "MainWindow.h"
 
-#include "NodeEndpoint.h"
 #include "discovery/NMOSMdnsBrowser.h"
 #include "nmos/IntakeQueue.h"
-#include "widgets/SelectorEntries.h"
+#include "nmos/NodeEndpoint.h"
+#include "widgets/Selector.h"
 
 #include <QComboBox>
 #include <QDebug>
@@ -23,25 +23,32 @@ std::function<bool(const QVariant &)> isOfHost(const QString &host)
 template <typename Connection>
 void addEntries(QComboBox *selector, const QList<Connection> &connections)
 {
-    QList<SelectorEntries::Entry> entries;
+    QList<Selector::Entry> entries;
     for (const Connection &connection : connections) {
         entries.append({connection.displayName, QVariant::fromValue(connection)});
     }
-    SelectorEntries::add(selector, entries);
+    Selector::of(selector)->add(entries);
 }
 
-// Chooses the entry that names what the operator had chosen when its earlier entry was removed,
-// unless they have put something else into the field since.
+// Chooses the new entry of a sender or receiver whose chosen entry was removed, unless the field
+// has text again.
 void chooseAgain(QComboBox *selector, const QString &host, const QString &id)
 {
-    if (id.isEmpty() || !selector->currentText().isEmpty()) {
+    const auto isRemoved = [&host, &id](const QVariant &record) {
+        const NodeEndpoint endpoint = NodeEndpoint::of(record);
+        return endpoint.host == host && endpoint.id == id;
+    };
+    if (id.isEmpty()) {
         return;
     }
-    for (int i = 0; i < selector->count(); ++i) {
-        const NodeEndpoint endpoint = NodeEndpoint::of(selector->itemData(i));
-        if (endpoint.host == host && endpoint.id == id) {
+    if (isRemoved(Selector::of(selector)->currentRecord())) {
+        // Chosen by an earlier run of this intake, which may have been interrupted in the check.
+        emit selector->activated(selector->currentIndex());
+        return;
+    }
+    for (int i = 0; i < selector->count() && selector->currentText().isEmpty(); ++i) {
+        if (isRemoved(selector->itemData(i))) {
             selector->setCurrentIndex(i);
-            return;
         }
     }
 }
@@ -63,31 +70,32 @@ void MainWindow::onMdnsDeviceFound(const QString &serviceName, const QUrl &url,
         url.host(QUrl::FullyDecoded) + QLatin1Char(':') + QString::number(url.port());
     discoveredHosts.insert(host);
     intakes->add(host, serviceName, IntakeQueue::Source::Discovery,
-                 [this, serviceName, host] { takeInDiscovered(serviceName, host); });
+                 [this, serviceName, host, removed = RemovedChoice()]() mutable {
+                     takeInDiscovered(serviceName, host, &removed);
+                 });
     intakes->run();
 }
 
-void MainWindow::takeInDiscovered(const QString &serviceName, const QString &host)
+void MainWindow::takeInDiscovered(const QString &serviceName, const QString &host,
+                                  RemovedChoice *removed)
 {
-    RemovedChoice removed;
-    if (manualHosts.contains(host)) {
-        removed = removeEntries(host);
-        manualHosts.remove(host);
+    if (manualHosts.remove(host)) {
+        *removed = removeEntries(host);
     }
     const QString checkedHost = host.section(QLatin1Char(' '), 0, 0);
     if (nmos->hasSenders(checkedHost)) {
         addEntries(txCombo, nmos->listSenders(host, serviceName));
-        chooseAgain(txCombo, host, removed.senderId);
+        chooseAgain(txCombo, host, removed->senderId);
     }
     if (nmos->hasReceivers(checkedHost)) {
         addEntries(rxCombo, nmos->listReceivers(host, serviceName));
-        chooseAgain(rxCombo, host, removed.receiverId);
+        chooseAgain(rxCombo, host, removed->receiverId);
     }
 }
 
 void MainWindow::probeManualDevices()
 {
-    // All have their place before the first one waits: the list may change meanwhile.
+    // Queue all first: the list may change while one waits.
     for (const ManualDevice &device : qAsConst(manualDevices)) {
         queueProbe(device);
     }
@@ -112,7 +120,7 @@ void MainWindow::probeManualDevice(const ManualDevice &device)
     }
     qDebug() << "Probing manual device:" << host;
     const auto addUnlessDiscovered = [this, &host](QComboBox *selector, const auto &connections) {
-        // Discovery may have found the node meanwhile, and takes away what was added so far.
+        // If discovery has found the node meanwhile, it removes what this probe has added.
         if (!discoveredHosts.contains(host)) {
             addEntries(selector, connections);
             manualHosts.insert(host);
@@ -128,7 +136,7 @@ void MainWindow::probeManualDevice(const ManualDevice &device)
 
 MainWindow::RemovedChoice MainWindow::removeEntries(const QString &host)
 {
-    const QVariant sender = SelectorEntries::remove(txCombo, isOfHost(host));
-    const QVariant receiver = SelectorEntries::remove(rxCombo, isOfHost(host));
+    const QVariant sender = Selector::of(txCombo)->remove(isOfHost(host));
+    const QVariant receiver = Selector::of(rxCombo)->remove(isOfHost(host));
     return {NodeEndpoint::of(sender).id, NodeEndpoint::of(receiver).id};
 }

@@ -2,8 +2,8 @@
 
 #include "MainWindow.h"
 
-#include "NodeEndpoint.h"
 #include "nmos/NmosClient.h"
+#include "nmos/NodeEndpoint.h"
 #include "widgets/MessageBox.h"
 
 namespace {
@@ -19,7 +19,7 @@ Message videoFailed(const QString &title, const QString &error)
             QStringLiteral("Patch failed on video:\n") + shownNodeText(error)};
 }
 
-// What the audio and data patches of a run have to tell; they do not depend on each other.
+// Collects the errors of audio and data. Either may fail without the other.
 class Report {
 public:
     void add(QLatin1String failed, const QString &error)
@@ -111,7 +111,7 @@ std::optional<Message> disconnectNode(NmosClient &nmos, const QString &host)
 
 void MainWindow::doConnect()
 {
-    // The press means what the screen says now. The selectors may change while a request waits.
+    // Read everything now: the selectors may change while a request waits.
     const NodeEndpoint tx{selectedHost(txCombo), selectedId(txCombo)};
     const NodeEndpoint rx{selectedHost(rxCombo), selectedId(rxCombo)};
     runCommand([&] { return connectEndpoints(*nmos, tx, rx); });

@@ -4,11 +4,12 @@
 
 #include "nmos/NmosClient.h"
 #include "widgets/MessageBox.h"
+#include "widgets/ModalDialog.h"
 #include "widgets/SdpDialog.h"
 
 namespace {
 
-// A document as it stands in the dialog's text.
+// One SDP as it appears in the dialog.
 QString block(const QString &sdp)
 {
     return sdp + QLatin1String("\n\n\n");
@@ -109,5 +110,5 @@ std::optional<Message> MainWindow::readRxSdp(NmosClient::ReceiverLookup *receive
 void MainWindow::showSdp(const QString &caption, const QString &text)
 {
     SdpDialog dialog(caption, text, this);
-    dialog.exec();
+    runModal(&dialog);
 }

@@ -22,9 +22,10 @@ QList<int> existingEntries(const QSettings &settings, int count)
     QList<int> indexes;
     const QStringList groups = settings.childGroups();
     for (const QString &group : groups) {
-        const int index = group.toInt() - 1; // the groups are numbered from 1
-        if (index >= 0 && index < count) {
-            indexes.append(index);
+        const int number = group.toInt();
+        // "01" is not the group that setArrayIndex() opens.
+        if (number >= 1 && number <= count && group == QString::number(number)) {
+            indexes.append(number - 1);
         }
     }
     std::sort(indexes.begin(), indexes.end());
@@ -59,8 +60,7 @@ bool ManualDevices::write(QSettings &settings, const QList<ManualDevice> &device
         settings.setValue(portKey, devices.at(i).port);
     }
     settings.endArray();
-    // QSettings keeps its first error for good. An object of its own says how this write went; both
-    // work on the same values.
+    // A QSettings object never clears its error. A second one on the same file reports this write.
     QSettings attempt(settings.organizationName(), settings.applicationName());
     attempt.sync();
     return attempt.status() == QSettings::NoError;

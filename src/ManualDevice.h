@@ -28,7 +28,8 @@ struct ManualDevice {
 namespace ManualDevices {
 
 // The stored devices in stored order. An entry without an address is passed over; one without a
-// port has port 80. Reads the entries that exist, whatever number the array claims to have.
+// port has port 80. Entries beyond the array's size are not read, and no more than 10,000, whatever
+// size the array claims to have.
 QList<ManualDevice> read(QSettings &settings);
 
 // Replaces the stored devices and writes them to disk. Returns false when they did not get there

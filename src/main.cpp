@@ -6,14 +6,14 @@
 
 int main(int argc, char *argv[])
 {
-    Application::scaleWithScreens();
     // A plant has more nodes than the usual soft limit has descriptors.
     Descriptors::raiseLimit();
-    QApplication app(argc, argv);
+    const auto application = Application::create(argc, argv);
     Application::goWithoutOpenGl();
     Application::setIdentity();
     Application::setAppearance();
     Application::endWithLastWindow();
+    Application::swallowStrayPresses();
     MainWindow window;
     window.show();
     return QApplication::exec();

@@ -3,6 +3,8 @@
 #include "Application.h"
 #include "FeedAddress.h"
 #include "support/Boxes.h"
+#include "support/EventCounter.h"
+#include "support/RawServer.h"
 #include "support/TestMain.h"
 #include "support/Window.h"
 
@@ -12,8 +14,6 @@
 #include <QFile>
 #include <QFrame>
 #include <QLabel>
-#include <QTcpServer>
-#include <QTcpSocket>
 
 namespace {
 
@@ -34,39 +34,19 @@ QByteArray dayOnDisk()
 }
 
 // Publishes a version. Notes at each query the day that the settings hold at that moment.
-class Feed final : public QTcpServer {
+class Feed final : public RawServer {
 public:
     explicit Feed(const QByteArray &version)
     {
-        listen(QHostAddress::LocalHost);
-        feedAddress = QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(serverPort()));
-        connect(this, &QTcpServer::newConnection, this, [this, version] {
-            QTcpSocket *socket = nextPendingConnection();
-            connect(socket, &QTcpSocket::readyRead, socket, [this, socket, version] {
-                if (!socket->readAll().contains("\r\n\r\n")) {
-                    return;
-                }
-                storedDays.append(dayOnDisk());
-                const QByteArray body = "{\"velmoranodepatch\":{\"version\":\"" + version
-                    + "\",\"download\":\"https://velmora.example/get?a=1\"}}";
-                socket->write("HTTP/1.1 200 OK\r\nContent-Length: "
-                              + QByteArray::number(body.size()) + "\r\n\r\n" + body);
-            });
-        });
+        feedAddress = QUrl(QStringLiteral("http://") + host());
+        answerTo = [this, version](const QByteArray &) {
+            storedDays.append(dayOnDisk());
+            return httpAnswer(R"({"velmoranodepatch":{"version":")" + version
+                              + R"(","download":"https://velmora.example/get?a=1"}})");
+        };
     }
 
     QByteArrayList storedDays;
-};
-
-class RaiseWatch final : public QObject {
-public:
-    bool seen = false;
-
-    bool eventFilter(QObject *, QEvent *event) override
-    {
-        seen = seen || event->type() == QEvent::ZOrderChange;
-        return false;
-    }
 };
 
 QFrame *aboutPanel(const QWidget &window)
@@ -91,137 +71,128 @@ public slots:
     }
 
 private slots:
-    void initTestCase();
-    void init();
-    void asksOnceAWeek_data();
-    void asksOnceAWeek();
-    void offersANewerVersion_data();
-    void offersANewerVersion();
-    void showsThePanelForAWhile();
+    void initTestCase()
+    {
+        Application::setIdentity();
+        QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "open");
+    }
+
+    void init()
+    {
+        settings().clear();
+        opened.clear();
+    }
+
+    void asksOnceAWeek_data()
+    {
+        QTest::addColumn<QString>("stored"); // %1 is a day as many days from today as daysFromNow
+        QTest::addColumn<int>("daysFromNow");
+        QTest::addColumn<bool>("asks");
+        QTest::addColumn<bool>("storesToday");
+        QTest::newRow("the first start asks nobody") << QString() << 0 << false << true;
+        QTest::newRow("six days after the last check nobody is asked")
+            << QStringLiteral("%1") << -6 << false << false;
+        QTest::newRow("seven days after the last check the feed is asked")
+            << QStringLiteral("%1") << -7 << true << true;
+        QTest::newRow("nobody is asked after the clock was set back")
+            << QStringLiteral("%1") << 9 << false << false;
+        QTest::newRow("a stored text that is no number counts as day 0")
+            << QStringLiteral("x%1") << 0 << true << true;
+    }
+
+    void asksOnceAWeek()
+    {
+        QFETCH(const QString, stored);
+        QFETCH(const int, daysFromNow);
+        QFETCH(const bool, asks);
+        QFETCH(const bool, storesToday);
+        const Feed feed("8.0.180");
+        // Not over midnight.
+        QTRY_VERIFY_WITH_TIMEOUT(QDateTime::currentSecsSinceEpoch() % secondsPerDay < 86390, 20000);
+        const qint64 today = QDateTime::currentSecsSinceEpoch() / secondsPerDay;
+        const QString before = stored.isEmpty() ? QString() : stored.arg(today + daysFromNow);
+        if (!before.isEmpty()) {
+            store(dayKey, before);
+        }
+        Boxes boxes;
+        const Window w;
+        const QByteArray after = storesToday ? QByteArray::number(today) : before.toUtf8();
+        QCOMPARE(feed.storedDays, asks ? QByteArrayList{after} : QByteArrayList());
+        QCOMPARE(settings().value(dayKey).toByteArray(), after);
+    }
+
+    void offersANewerVersion_data()
+    {
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<QStringList>("opens");
+        QTest::newRow("Download opens the address")
+            << QStringLiteral("Download")
+            << QStringList{QStringLiteral("https://velmora.example/get?a=1")};
+        QTest::newRow("Later opens nothing") << QStringLiteral("Later") << QStringList();
+        QTest::newRow("Escape opens nothing") << QString() << QStringList();
+    }
+
+    void offersANewerVersion()
+    {
+        QFETCH(const QString, button);
+        const Feed feed("8.10.0");
+        store(dayKey, 1);
+        ShownBox shown{};
+        QTimer poll;
+        connect(&poll, &QTimer::timeout, this, [&] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            if (!box) {
+                return;
+            }
+            shown = {box->windowTitle(), box->text(), box->icon()};
+            QCOMPARE(box->textFormat(), Qt::PlainText);
+            QVERIFY(!aboutPanel(*box->parentWidget()));
+            if (button.isEmpty()) {
+                QTest::keyClick(box, Qt::Key_Escape);
+            } else {
+                WindowDriver::press(box, button);
+            }
+        });
+        poll.start(5);
+        const Window w;
+        QCOMPARE(shown,
+                 (ShownBox{QStringLiteral("VelmoraNodePatch"),
+                           QStringLiteral("A new version is available.\nVersion: 8.10.0 \n"
+                                          "Would you like to download now?"),
+                           QMessageBox::Information}));
+        QTEST(opened, "opens");
+    }
+
+    void showsThePanelForAWhile()
+    {
+        QElapsedTimer sinceShown;
+        sinceShown.start();
+        const Window w;
+        QFrame *panel = aboutPanel(w.window);
+        QVERIFY(panel);
+        // A window manager may put the main window, which comes later, above the panel.
+        const EventCounter<QFrame> raised(panel, QEvent::ZOrderChange);
+        QTRY_COMPARE(raised.count, 1);
+        QVERIFY(panel->isVisible() && panel->windowType() == Qt::SplashScreen);
+        QCOMPARE(panel->size(), QSize(300, 300));
+        QStringList texts;
+        const auto labels = panel->findChildren<QLabel *>();
+        for (const QLabel *label : labels) {
+            texts.append(label->text());
+        }
+        QCOMPARE(texts,
+                 (QStringList{QStringLiteral("VelmoraNodePatch"), QStringLiteral("v8.0.180"),
+                              QStringLiteral("velmora.example"), QString()}));
+        QTRY_VERIFY(!panel->isVisible());
+        QVERIFY(sinceShown.elapsed() >= 2300); // a coarse timer may be five percent early
+        w.press(QStringLiteral("About"));
+        QVERIFY(panel->isVisible() && raised.count == 2);
+        QTRY_VERIFY(!panel->isVisible());
+    }
 
 private:
     QStringList opened;
 };
-
-void TestAbout::initTestCase()
-{
-    Application::setIdentity();
-    QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "open");
-}
-
-void TestAbout::init()
-{
-    settings().clear();
-    opened.clear();
-}
-
-void TestAbout::asksOnceAWeek_data()
-{
-    QTest::addColumn<QString>("stored"); // %1 is a day as many days from today as daysFromNow
-    QTest::addColumn<int>("daysFromNow");
-    QTest::addColumn<bool>("asks");
-    QTest::addColumn<bool>("storesToday");
-    QTest::newRow("the first start asks nobody") << QString() << 0 << false << true;
-    QTest::newRow("six days after the last check nobody is asked")
-        << QStringLiteral("%1") << -6 << false << false;
-    QTest::newRow("seven days after the last check the feed is asked")
-        << QStringLiteral("%1") << -7 << true << true;
-    QTest::newRow("nobody is asked after the clock was set back")
-        << QStringLiteral("%1") << 9 << false << false;
-    QTest::newRow("a stored text that is no number counts as day 0")
-        << QStringLiteral("x%1") << 0 << true << true;
-}
-
-void TestAbout::asksOnceAWeek()
-{
-    QFETCH(const QString, stored);
-    QFETCH(const int, daysFromNow);
-    QFETCH(const bool, asks);
-    QFETCH(const bool, storesToday);
-    const Feed feed("8.0.180");
-    // Not over midnight.
-    QTRY_VERIFY_WITH_TIMEOUT(QDateTime::currentSecsSinceEpoch() % secondsPerDay < 86390, 20000);
-    const qint64 today = QDateTime::currentSecsSinceEpoch() / secondsPerDay;
-    const QString before = stored.isEmpty() ? QString() : stored.arg(today + daysFromNow);
-    if (!before.isEmpty()) {
-        store(dayKey, before);
-    }
-    Boxes boxes;
-    const Window w;
-    const QByteArray after = storesToday ? QByteArray::number(today) : before.toUtf8();
-    QCOMPARE(feed.storedDays, asks ? QByteArrayList{after} : QByteArrayList());
-    QCOMPARE(settings().value(dayKey).toByteArray(), after);
-}
-
-void TestAbout::offersANewerVersion_data()
-{
-    QTest::addColumn<QString>("button");
-    QTest::addColumn<QStringList>("opens");
-    QTest::newRow("Download opens the address")
-        << QStringLiteral("Download")
-        << QStringList{QStringLiteral("https://velmora.example/get?a=1")};
-    QTest::newRow("Later opens nothing") << QStringLiteral("Later") << QStringList();
-    QTest::newRow("Escape opens nothing") << QString() << QStringList();
-}
-
-void TestAbout::offersANewerVersion()
-{
-    QFETCH(const QString, button);
-    const Feed feed("8.10.0");
-    store(dayKey, 1);
-    ShownBox shown{};
-    QTimer poll;
-    connect(&poll, &QTimer::timeout, this, [&] {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        if (!box) {
-            return;
-        }
-        shown = {box->windowTitle(), box->text(), box->icon()};
-        QCOMPARE(box->textFormat(), Qt::PlainText);
-        QVERIFY(!aboutPanel(*box->parentWidget()));
-        if (button.isEmpty()) {
-            QTest::keyClick(box, Qt::Key_Escape);
-        } else {
-            WindowDriver::press(box, button);
-        }
-    });
-    poll.start(5);
-    const Window w;
-    QCOMPARE(shown,
-             (ShownBox{QStringLiteral("VelmoraNodePatch"),
-                       QStringLiteral("A new version is available.\nVersion: 8.10.0 \n"
-                                      "Would you like to download now?"),
-                       QMessageBox::Information}));
-    QTEST(opened, "opens");
-}
-
-void TestAbout::showsThePanelForAWhile()
-{
-    QElapsedTimer sinceShown;
-    sinceShown.start();
-    const Window w;
-    QFrame *panel = aboutPanel(w.window);
-    QVERIFY(panel);
-    // A window manager may put the main window, which comes later, above the panel.
-    RaiseWatch raised;
-    panel->installEventFilter(&raised);
-    QTRY_VERIFY(raised.seen);
-    QVERIFY(panel->isVisible() && panel->windowType() == Qt::SplashScreen);
-    QCOMPARE(panel->size(), QSize(300, 300));
-    QStringList texts;
-    const auto labels = panel->findChildren<QLabel *>();
-    for (const QLabel *label : labels) {
-        texts.append(label->text());
-    }
-    QCOMPARE(texts,
-             (QStringList{QStringLiteral("VelmoraNodePatch"), QStringLiteral("v8.0.180"),
-                          QStringLiteral("velmora.example"), QString()}));
-    QTRY_VERIFY(!panel->isVisible());
-    QVERIFY(sinceShown.elapsed() >= 2300); // a coarse timer may be five percent early
-    w.press(QStringLiteral("About"));
-    QVERIFY(panel->isVisible());
-    QTRY_VERIFY(!panel->isVisible());
-}
 
 NODEPATCH_TEST_MAIN(TestAbout)
 #include "tst_about.moc"

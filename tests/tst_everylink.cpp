@@ -1,7 +1,7 @@
 // The server that asks on every interface, with an installed QMdnsEngine.
 
 #include "EveryLinkServer.h"
-#include "support/MdnsPacket.h"
+#include "MdnsPacket.h"
 #include "support/TestMain.h"
 
 #include <qmdnsengine/dns.h>

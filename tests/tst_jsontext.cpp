@@ -1,4 +1,4 @@
-// The JSON of somebody who is not trusted: what it says, and what it may not do.
+// parseJson(): texts accepted and rejected, memory kept.
 
 #include "net/JsonText.h"
 #include "support/LogRecorder.h"

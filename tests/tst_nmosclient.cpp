@@ -327,7 +327,7 @@ void TestNmosClient::fillsDeviceMembers()
 
 void TestNmosClient::connectsByteForByte()
 {
-    const QByteArray sdp = "v=0\r\ns=\"Caf\xc3\xa9\" %1\n";
+    const QByteArray sdp = QByteArray("v=0\r\ns=\"Caf\xc3\xa9~\" %1\n").replace('~', '\0');
     SimulatedNode node(NodeDescription::receiver());
     node.setResource(QStringLiteral("/sdp"), sdp, "text/plain");
     const QString receiverId = node.receiverIds(Essence::Video).value(0);
@@ -344,12 +344,11 @@ void TestNmosClient::connectsByteForByte()
                           QStringLiteral("PATCH ") + staged}));
     const auto patches = node.requests(QStringLiteral("PATCH"));
     QVERIFY(patches.at(0).headers.contains({"Content-Type", "application/json"}));
-    QCOMPARE(
-        patches.at(0).body,
-        QByteArray(
-            "{\"activation\":{\"mode\":\"activate_immediate\",\"requested_time\":null},"
-            "\"master_enable\":true,\"sender_id\":\"s-1\",\"transport_file\":"
-            "{\"data\":\"v=0\\r\\ns=\\\"Caf\xc3\xa9\\\" %1\\n\",\"type\":\"application/sdp\"}}"));
+    QCOMPARE(patches.at(0).body,
+             QByteArray("{\"activation\":{\"mode\":\"activate_immediate\",\"requested_time\":null},"
+                        "\"master_enable\":true,\"sender_id\":\"s-1\",\"transport_file\":"
+                        "{\"data\":\"v=0\\r\\ns=\\\"Caf\xc3\xa9\\u0000\\\" "
+                        "%1\\n\",\"type\":\"application/sdp\"}}"));
     QCOMPARE(
         patches.at(1).body,
         QByteArray("{\"activation\":{\"mode\":\"activate_immediate\",\"requested_time\":null},"

@@ -1,7 +1,7 @@
+#include "MdnsPacket.h"
 #include "discovery/NMOSMdnsBrowser.h"
 #include "net/Descriptors.h"
 #include "support/LogRecorder.h"
-#include "support/MdnsPacket.h"
 #include "support/RawServer.h"
 #include "support/TestMain.h"
 
@@ -189,13 +189,17 @@ void TestNMOSMdnsBrowser::asksForTheSelfResource_data()
                              << result;
     };
     row("a node without attributes", {}, self, "", v13, json);
-    row("a node that says all", {"api_proto=HTTP", "api_ver=v1.0,v1.1", "bare", "label=\xc3\xa4"},
-        self, "|api_proto=HTTP|api_ver=v1.0,v1.1|bare=|label=ä",
+    row("a node that says all",
+        {"api_proto=HTTP", "api_ver=v1.0,v1.1", "bare",
+         QByteArray("label=\xc3\xa4~").replace('~', '\0')},
+        self, "|api_proto=HTTP|api_ver=v1.0,v1.1|bare=|label=ä~",
         QStringLiteral("/x-nmos/node/v1.1/self"), json);
     row("keys with capitals are not used", {"API_VER=v1.1", "Api_Proto=ftp"}, self,
         "|API_VER=v1.1|Api_Proto=ftp", v13, json);
     row("a version stays in the path", {"api_ver=a?b#c%41"}, self, "|api_ver=a?b#c%41",
         QStringLiteral("/x-nmos/node/a%3Fb%23c%2541/self"), json);
+    row("a way up", {"api_ver=../../x"}, self, "|api_ver=../../x",
+        QStringLiteral("/x-nmos/node/..%2F..%2Fx/self"), json);
     row("a web page", {}, httpAnswer("<html></html>"), "", v13, noJson);
     row("an empty answer", {}, httpAnswer(""), "", v13, noJson);
     row("a redirect is not followed", {},
@@ -209,8 +213,8 @@ void TestNMOSMdnsBrowser::asksForTheSelfResource_data()
     row("not what it says", {}, httpAnswer("x", "200 OK\r\nContent-Encoding: gzip"), "", v13,
         failed(QStringLiteral("The response cannot be unpacked")));
     const QByteArray mebibyte(1024 * 1024, ' ');
-    row("an answer of 1 MiB", {}, "HTTP/1.1 200 OK\r\n\r\n" + mebibyte, "", v13, noJson);
-    row("a larger answer", {}, "HTTP/1.1 200 OK\r\n\r\n" + mebibyte + ' ', "", v13,
+    row("an answer of 1 MiB", {}, httpAnswer(mebibyte), "", v13, noJson);
+    row("an answer without end", {}, "HTTP/1.1 200 OK\r\n\r\n" + mebibyte + ' ', "", v13,
         failed(QStringLiteral("The response is too large")));
 }
 
@@ -218,11 +222,10 @@ void TestNMOSMdnsBrowser::asksForTheSelfResource()
 {
     QFETCH(const QByteArrayList, attributes);
     QFETCH(const QByteArray, answer);
-    QFETCH(const QString, discovered);
+    QFETCH(QString, discovered);
     QFETCH(const QString, path);
     QFETCH(const QStringList, result);
-    Node node({});
-    node.answer = answer;
+    const RawServer node(answer, QHostAddress::Any);
     const DeletedReplies deleted;
     NMOSMdnsBrowser browser;
     record(browser);
@@ -231,6 +234,7 @@ void TestNMOSMdnsBrowser::asksForTheSelfResource()
 
     const QString port = QString::number(node.serverPort());
     const QString url = QStringLiteral("http://192.0.2.1:") + port + path;
+    discovered.replace(QLatin1Char('~'), QChar(0));
     QStringList expected{QStringLiteral("info: Browsing for _nmos-node._tcp.local."),
                          QStringLiteral("discovered|Cam 1 ä|cam1.local.|") + port + discovered};
     for (QString line : result) {
@@ -243,24 +247,28 @@ void TestNMOSMdnsBrowser::asksForTheSelfResource()
 
 void TestNMOSMdnsBrowser::neverOpensOtherProtocols_data()
 {
-    QTest::addColumn<QByteArray>("scheme");
-    for (const char *scheme :
-         {"", "file", "ftp", "qrc", "data", "javascript", "preconnect-http", "a b"}) {
-        QTest::newRow(*scheme ? scheme : "no scheme") << QByteArray(scheme);
+    QTest::addColumn<QByteArray>("attribute");
+    for (const char *attribute :
+         {"api_proto=", "api_proto=file", "api_proto=ftp", "api_proto=qrc", "api_proto=data",
+          "api_proto=javascript", "api_proto=preconnect-http", "api_proto=a b", "api_ver=.",
+          "api_ver=.."}) {
+        QTest::newRow(attribute) << QByteArray(attribute);
     }
 }
 
 void TestNMOSMdnsBrowser::neverOpensOtherProtocols()
 {
-    QFETCH(const QByteArray, scheme);
+    QFETCH(const QByteArray, attribute);
     Node node("{}");
     NMOSMdnsBrowser browser;
     QSignalSpy errors(&browser, &NMOSMdnsBrowser::nodeError);
     browser.start();
-    QVERIFY(sender.send(announcement(node.serverPort(), {"api_proto=" + scheme}).bytes()));
+    QVERIFY(sender.send(announcement(node.serverPort(), {attribute}).bytes()));
     QTRY_COMPARE(errors.size(), 1);
     const QUrl url = errors.at(0).at(1).toUrl();
-    const QString text = QStringLiteral("Protocol \"%1\" is unknown").arg(url.scheme());
+    const QString text = attribute.startsWith("api_ver")
+        ? QStringLiteral("The API version cannot be part of an address")
+        : QStringLiteral("Protocol \"%1\" is unknown").arg(url.scheme());
     QCOMPARE(errors.at(0).at(2).toString(), text);
     QCOMPARE(said().last(), QStringLiteral("warning: GET %1 failed: %2").arg(url.toString(), text));
     QCOMPARE(node.connections, 0);

@@ -1,18 +1,23 @@
-// A press acts on what the screen says, and the screen says that it acts: while nodes answer late,
-// and while the operator goes on.
+// Commands use what the fields showed at the press, the cursor is busy meanwhile, and presses and
+// keys do what they were meant for.
 
 #include "Application.h"
-#include "nmos/NmosClient.h"
 #include "support/IntakeWindow.h"
+#include "support/RawServer.h"
 #include "support/TestMain.h"
-#include "widgets/SelectorEntries.h"
+#include "widgets/BusyCursor.h"
+#include "widgets/MessageBox.h"
 
 #include <QClipboard>
 #include <QDialogButtonBox>
-#include <QDir>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QPlainTextEdit>
 #include <QPushButton>
-#include <QTcpServer>
-#include <QTcpSocket>
+#include <QScreen>
+#include <QWindow>
+
+#include <memory>
 
 namespace {
 
@@ -25,33 +30,22 @@ Qt::CursorShape cursorShape()
     return cursor ? cursor->shape() : Qt::ArrowCursor;
 }
 
-// A receiving node that refuses every patch in words of its own.
-class RefusingNode final : public QTcpServer {
-public:
-    explicit RefusingNode(const QByteArray &reason)
-    {
-        listen(QHostAddress::LocalHost);
-        connect(this, &QTcpServer::newConnection, this, [this, reason] {
-            QTcpSocket *socket = nextPendingConnection();
-            connect(socket, &QTcpSocket::readyRead, socket, [socket, reason] {
-                const QByteArray request = socket->readAll();
-                const QByteArray body =
-                    "[{\"id\":\"r\",\"label\":\"R\",\"format\":\"urn:x-nmos:format:video\"}]";
-                if (request.startsWith("GET")) {
-                    socket->write("HTTP/1.1 200 OK\r\nContent-Length: "
-                                  + QByteArray::number(body.size()) + "\r\n\r\n" + body);
-                } else if (request.startsWith("PATCH")) {
-                    socket->write("HTTP/1.1 400 " + reason + "\r\nContent-Length: 0\r\n\r\n");
-                }
-            });
-        });
-    }
+QPushButton *okOf(const QMessageBox &box)
+{
+    return qobject_cast<QPushButton *>(box.button(QMessageBox::Ok));
+}
 
-    QString host() const
-    {
-        return QStringLiteral("127.0.0.1:%1").arg(serverPort());
-    }
-};
+// A press and its release, as the window system reports them. time is in milliseconds.
+void press(const QWidget &widget, int time, const QPoint &offset = {})
+{
+    QWindow *window = widget.window()->windowHandle();
+    const QPoint global = widget.mapToGlobal(widget.rect().center()) + offset;
+    const QPoint local = window->mapFromGlobal(global);
+    qt_handleMouseEvent(window, local, global, Qt::LeftButton, Qt::LeftButton,
+                        QEvent::MouseButtonPress, {}, time);
+    qt_handleMouseEvent(window, local, global, Qt::NoButton, Qt::LeftButton,
+                        QEvent::MouseButtonRelease, {}, time + 10);
+}
 
 } // namespace
 
@@ -59,244 +53,296 @@ class TestOperator final : public QObject {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void patchesWhatThePressSaid_data();
-    void patchesWhatThePressSaid();
-    void keepsAnEmptiedFieldDark();
-    void isBusyWhileACommandWaits_data();
-    void isBusyWhileACommandWaits();
-    void staysBusyUntilTheLastCommandEnds();
-    void showsWhatANodeSaysInMeasure();
-    void givesTheTextOfABoxToTheKeyboard();
-    void saysThatADeviceIsNotRemembered();
-    void asksForDevicesPlainly();
-};
-
-void TestOperator::initTestCase()
-{
-    Application::setIdentity();
-    Application::setAppearance();
-}
-
-void TestOperator::init()
-{
-    settings().clear();
-}
-
-void TestOperator::patchesWhatThePressSaid_data()
-{
-    QTest::addColumn<QString>("typed");
-    QTest::addColumn<bool>("isReceiver");
-    QTest::newRow("the receiver is cleared while the transmitter answers") << QString() << true;
-    QTest::newRow("another receiver is typed") << QStringLiteral("127.0.0.1:1") << true;
-    QTest::newRow("the transmitter is cleared while it answers") << QString() << false;
-    QTest::newRow("another transmitter is typed") << QStringLiteral("127.0.0.1:1") << false;
-}
-
-void TestOperator::patchesWhatThePressSaid()
-{
-    QFETCH(const QString, typed);
-    QFETCH(const bool, isReceiver);
-    SimulatedNode tx(NodeDescription::wide(QStringLiteral("Cam"), 3, 0));
-    const SimulatedNode rx(NodeDescription::wide(QStringLiteral("Mon"), 0, 3));
-    IntakeWindow w;
-    w.report(tx, QStringLiteral("Cam"));
-    w.report(rx, QStringLiteral("Mon"));
-    QVERIFY(Window::choose(w.tx, w.tx->itemText(2)));
-    QVERIFY(Window::choose(w.rx, w.rx->itemText(1)));
-    tx.setFault(sendersPath, Fault::hang().times(1));
-    tx.clearRequests();
-    onceAsked(&w.window, tx, sendersPath, [&] {
-        Window::enter(isReceiver ? w.rx : w.tx, typed);
-        tx.clearFaults();
-    });
-    w.press(connectCommand);
-    QVERIFY(w.boxes.take().isEmpty());
-    const auto patches = rx.requests(QStringLiteral("PATCH"));
-    QCOMPARE(patches.size(), 1);
-    QCOMPARE(patches.at(0).path, SimulatedNode::receiverStagedPath(rx.receiverIds().at(1)));
-    QCOMPARE(rx.receiverActive(rx.receiverIds().at(1)).value(QLatin1String("sender_id")).toString(),
-             tx.senderIds().at(2));
-}
-
-void TestOperator::keepsAnEmptiedFieldDark()
-{
-    SimulatedNode node(NodeDescription::wide(QStringLiteral("Both"), 1, 1));
-    IntakeWindow w;
-    for (QComboBox *selector : {w.tx, w.rx}) {
-        const QString path = selector == w.tx ? sendersPath : receiversPath;
-        node.setFault(path, Fault::hang());
-        node.clearRequests();
-        onceAsked(&w.window, node, path, [&] {
-            selector->setEditText(QStringLiteral(" "));
-            node.clearFaults();
-        });
-        Window::enter(selector, node.host());
-        QVERIFY(!Window::isOn(selector == w.tx ? w.txLight : w.rxLight));
-        Window::enter(selector, node.host());
-        QVERIFY(Window::isOn(selector == w.tx ? w.txLight : w.rxLight));
+    void initTestCase()
+    {
+        Application::setIdentity();
+        Application::setAppearance();
+        Application::swallowStrayPresses();
     }
-}
 
-void TestOperator::isBusyWhileACommandWaits_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("asked");
-    QTest::newRow("Connect") << connectCommand << sendersPath;
-    QTest::newRow("Disconnect") << disconnectCommand << receiversPath;
-    QTest::newRow("Show SDP of the transmitter")
-        << QStringLiteral("Transmitter IP: show SDP") << sendersPath;
-    QTest::newRow("Show SDP of the receiver")
-        << QStringLiteral("Receiver IP: show SDP") << receiversPath;
-}
+    void init()
+    {
+        settings().clear();
+    }
 
-void TestOperator::isBusyWhileACommandWaits()
-{
-    QFETCH(const QString, command);
-    QFETCH(const QString, asked);
-    SimulatedNode node(NodeDescription::wide(QStringLiteral("Both"), 1, 1));
-    IntakeWindow w;
-    Window::enter(w.tx, node.host());
-    Window::enter(w.rx, node.host());
-    QCOMPARE(cursorShape(), Qt::ArrowCursor);
-    node.setFault(asked, Fault::hang());
-    node.clearRequests();
-    Qt::CursorShape waiting = Qt::ArrowCursor;
-    onceAsked(&w.window, node, asked, [&] {
-        waiting = cursorShape();
-        node.setFault(asked, Fault::status(503));
-        node.stop();
-    });
-    Qt::CursorShape inBox = Qt::BusyCursor;
-    w.boxes.inspect = [&](QMessageBox *) {
-        inBox = cursorShape();
-    };
-    w.press(command);
-    QCOMPARE(waiting, Qt::BusyCursor);
-    QCOMPARE(w.boxes.take().size(), 1);
-    QCOMPARE(inBox, Qt::ArrowCursor);
-    QCOMPARE(cursorShape(), Qt::ArrowCursor);
-}
+    void patchesWhatThePressSaid_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<bool>("isReceiver");
+        QTest::newRow("the receiver is cleared while the transmitter answers") << QString() << true;
+        QTest::newRow("another receiver is typed") << QStringLiteral("127.0.0.1:1") << true;
+        QTest::newRow("the transmitter is cleared while it answers") << QString() << false;
+        QTest::newRow("another transmitter is typed") << QStringLiteral("127.0.0.1:1") << false;
+    }
 
-void TestOperator::staysBusyUntilTheLastCommandEnds()
-{
-    const SimulatedNode tx;
-    SimulatedNode rx(NodeDescription::receiver());
-    const QString staged =
-        SimulatedNode::receiverStagedPath(rx.receiverIds(Essence::Video).value(0));
-    rx.setFault(staged, Fault::hang().onMethod("PATCH"));
-    IntakeWindow w;
-    Window::enter(w.tx, tx.host());
-    Window::enter(w.rx, rx.host());
-    Qt::CursorShape inBox = Qt::ArrowCursor;
-    w.boxes.inspect = [&](QMessageBox *) {
-        inBox = cursorShape();
-    };
-    onceAsked(&w.window, rx, staged, [&] {
-        // Nothing is staged yet: a box says so, while Connect still waits.
-        w.press(QStringLiteral("Receiver IP: show SDP"));
-        rx.clearFaults();
-    });
-    w.press(connectCommand);
-    QCOMPARE(w.boxes.take().size(), 1);
-    QCOMPARE(inBox, Qt::BusyCursor);
-    QCOMPARE(cursorShape(), Qt::ArrowCursor);
-}
+    void patchesWhatThePressSaid()
+    {
+        QFETCH(const QString, typed);
+        QFETCH(const bool, isReceiver);
+        SimulatedNode tx(NodeDescription::wide(QStringLiteral("Cam"), 3, 0));
+        const SimulatedNode rx(NodeDescription::wide(QStringLiteral("Mon"), 0, 3));
+        IntakeWindow w;
+        w.report(tx, QStringLiteral("Cam"));
+        w.report(rx, QStringLiteral("Mon"));
+        QVERIFY(Window::choose(w.tx, w.tx->itemText(2)));
+        QVERIFY(Window::choose(w.rx, w.rx->itemText(1)));
+        tx.setFault(sendersPath, Fault::hang().times(1));
+        tx.clearRequests();
+        w.whenAsked(tx, sendersPath, [&] {
+            Window::enter(isReceiver ? w.rx : w.tx, typed);
+            tx.clearFaults();
+        });
+        w.press(connectCommand);
+        QVERIFY(w.boxes.take().isEmpty());
+        const auto patches = rx.requests(QStringLiteral("PATCH"));
+        QCOMPARE(patches.size(), 1);
+        QCOMPARE(patches.at(0).path, SimulatedNode::receiverStagedPath(rx.receiverIds().at(1)));
+        QCOMPARE(
+            rx.receiverActive(rx.receiverIds().at(1)).value(QLatin1String("sender_id")).toString(),
+            tx.senderIds().at(2));
+    }
 
-void TestOperator::showsWhatANodeSaysInMeasure()
-{
-    const QByteArray reason = "<h1>no</h1>" + QByteArray("word ").repeated(800);
-    const RefusingNode node(reason);
-    IntakeWindow w;
-    Window::enter(w.rx, node.host());
-    w.press(disconnectCommand);
-    const auto shown = w.boxes.take();
-    QCOMPARE(shown.size(), 1);
-    // As it stands, and a thousand characters of it.
-    QVERIFY(shown.at(0).text.contains(QLatin1String("<h1>no</h1>word word")));
-    QCOMPARE(shown.at(0).text.size(), QStringLiteral("Patch failed on video:\n").size() + 1001);
-    QVERIFY(shown.at(0).text.endsWith(QChar(0x2026)));
-}
-
-void TestOperator::givesTheTextOfABoxToTheKeyboard()
-{
-    IntakeWindow w;
-    QStringList copied;
-    bool isFocused = false;
-    bool hasIcon = true;
-    w.boxes.inspect = [&](QMessageBox *box) {
-        QApplication::setActiveWindow(box);
-        isFocused = box->button(QMessageBox::Ok)->hasFocus();
-        hasIcon = !box->button(QMessageBox::Ok)->icon().isNull();
-        QTest::keyClick(box, Qt::Key_C, Qt::ControlModifier);
-        copied.append(QGuiApplication::clipboard()->text());
-    };
-    w.press(connectCommand);
-    const auto shown = w.boxes.take();
-    QCOMPARE(copied, QStringList{shown.value(0).text});
-    QVERIFY(isFocused);
-    QVERIFY(!hasIcon);
-}
-
-void TestOperator::saysThatADeviceIsNotRemembered()
-{
-    const SimulatedNode node;
-    IntakeWindow w;
-    w.addDevice(QStringLiteral("127.0.0.1"), 1);
-    // A folder where the file belongs: it cannot be written, not even by root.
-    const QString file = settings().fileName();
-    QVERIFY(QFile::remove(file));
-    QVERIFY(QDir().mkpath(file));
-    w.addDevice(QStringLiteral("127.0.0.1"), node.port());
-    const auto added = w.boxes.take();
-    w.removeDevice(0);
-    const auto removed = w.boxes.take();
-    QVERIFY(QDir().rmdir(file));
-    QCOMPARE(added.size(), 1);
-    QCOMPARE(added.at(0).title, QStringLiteral("Add Device"));
-    QCOMPARE(added.at(0).icon, QMessageBox::Warning);
-    QCOMPARE(removed.size(), 1);
-    QCOMPARE(removed.at(0).title, QStringLiteral("Remove Device"));
-    // It is listed all the same, and the next write that succeeds says nothing.
-    QCOMPARE(w.tx->count(), 1);
-    w.addDevice(QStringLiteral("127.0.0.1"), 2);
-    QVERIFY(w.boxes.take().isEmpty());
-}
-
-void TestOperator::asksForDevicesPlainly()
-{
-    const SimulatedNode node;
-    IntakeWindow w;
-    QString tip;
-    bool hasIcons = false;
-    const auto look = [&hasIcons](const QDialog *dialog) {
-        const auto buttons = dialog->findChild<QDialogButtonBox *>()->buttons();
-        for (const QAbstractButton *button : buttons) {
-            hasIcons = hasIcons || !button->icon().isNull();
+    void keepsAnEmptiedFieldDark()
+    {
+        SimulatedNode node(NodeDescription::wide(QStringLiteral("Both"), 1, 1));
+        IntakeWindow w;
+        for (QComboBox *selector : {w.tx, w.rx}) {
+            const QString path = selector == w.tx ? sendersPath : receiversPath;
+            node.setFault(path, Fault::hang());
+            node.clearRequests();
+            w.whenAsked(node, path, [&] {
+                selector->setEditText(QStringLiteral(" "));
+                node.clearFaults();
+            });
+            Window::enter(selector, node.host());
+            QVERIFY(!Window::isOn(selector == w.tx ? w.txLight : w.rxLight));
+            Window::enter(selector, node.host());
+            QVERIFY(Window::isOn(selector == w.tx ? w.txLight : w.rxLight));
         }
-    };
-    w.device = [&](QDialog *dialog) {
-        look(dialog);
-        tip = dialog->findChild<QLineEdit *>()->toolTip();
-        dialog->findChild<QLineEdit *>()->setText(QStringLiteral("127.0.0.1"));
-        dialog->findChild<QSpinBox *>()->setValue(node.port());
-        dialog->accept();
-    };
-    w.press(QStringLiteral("Add Device"));
-    QVERIFY(tip.contains(QLatin1String("port"), Qt::CaseInsensitive));
-    QCOMPARE(w.tx->count(), 1);
-    w.device = [&](QDialog *dialog) {
-        look(dialog);
-        auto *list = dialog->findChild<QListWidget *>();
-        const QPoint row = list->visualItemRect(list->item(0)).center();
-        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, row);
-        QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, row);
-    };
-    w.press(QStringLiteral("Remove Device"));
-    QCOMPARE(w.tx->count(), 0);
-    QVERIFY(!hasIcons);
-}
+    }
+
+    void isBusyWhileACommandWaits_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QString>("asked");
+        QTest::newRow("Connect") << connectCommand << sendersPath;
+        QTest::newRow("Disconnect") << disconnectCommand << receiversPath;
+        QTest::newRow("Show SDP of the transmitter")
+            << QStringLiteral("Transmitter IP: show SDP") << sendersPath;
+        QTest::newRow("Show SDP of the receiver")
+            << QStringLiteral("Receiver IP: show SDP") << receiversPath;
+    }
+
+    void isBusyWhileACommandWaits()
+    {
+        QFETCH(const QString, command);
+        QFETCH(const QString, asked);
+        SimulatedNode node(NodeDescription::wide(QStringLiteral("Both"), 1, 1));
+        IntakeWindow w;
+        Window::enter(w.tx, node.host());
+        Window::enter(w.rx, node.host());
+        QCOMPARE(cursorShape(), Qt::ArrowCursor);
+        node.setFault(asked, Fault::hang());
+        node.clearRequests();
+        Qt::CursorShape waiting = Qt::ArrowCursor;
+        w.whenAsked(node, asked, [&] {
+            std::make_unique<BusyCursor>().reset(); // a command that begins and ends meanwhile
+            waiting = cursorShape();
+            node.setFault(asked, Fault::status(503));
+            node.stop();
+        });
+        Qt::CursorShape inBox = Qt::BusyCursor;
+        w.boxes.inspect = [&](QMessageBox *) {
+            inBox = cursorShape();
+        };
+        w.press(command);
+        QCOMPARE(waiting, Qt::BusyCursor);
+        QCOMPARE(w.boxes.take().size(), 1);
+        QCOMPARE(inBox, Qt::ArrowCursor);
+        QCOMPARE(cursorShape(), Qt::ArrowCursor);
+    }
+
+    void showsWhatANodeSaysInMeasure()
+    {
+        const QByteArray reason = "<h1>no</h1>" + QByteArray("word ").repeated(800);
+        RawServer node;
+        node.answerTo = [&reason](const QByteArray &request) {
+            return request.startsWith("GET")
+                ? httpAnswer(R"([{"id":"r","label":"R","format":"urn:x-nmos:format:video"}])")
+                : httpAnswer({}, "400 " + reason);
+        };
+        IntakeWindow w;
+        bool isPlain = false;
+        w.boxes.inspect = [&isPlain](QMessageBox *box) {
+            QApplication::setActiveWindow(box);
+            isPlain = okOf(*box)->hasFocus() && okOf(*box)->icon().isNull();
+        };
+        Window::enter(w.rx, node.host());
+        w.press(disconnectCommand);
+        const auto shown = w.boxes.take();
+        QCOMPARE(shown.size(), 1);
+        // Unchanged, cut at 1,000 characters.
+        QVERIFY(shown.at(0).text.contains(QLatin1String("<h1>no</h1>word word")));
+        QCOMPARE(shown.at(0).text.size(), QStringLiteral("Patch failed on video:\n").size() + 1001);
+        QVERIFY(shown.at(0).text.endsWith(QChar(0x2026)));
+        QVERIFY(isPlain);
+    }
+
+    void aBoxTakesNoKeyAtFirst()
+    {
+        MessageBox box({QMessageBox::Critical, {}, QStringLiteral("Patch failed\non video\nonce")},
+                       QMessageBox::Ok, nullptr);
+        const auto press = [&box](int key, Qt::KeyboardModifiers modifiers = {}) {
+            QTest::keyClick(box.windowHandle(), Qt::Key(key), modifiers);
+            QTest::keyClick(okOf(box), Qt::Key(key), modifiers);
+        };
+        QClipboard *clipboard = QGuiApplication::clipboard();
+        clipboard->setText({});
+        okOf(box)->setShortcut(Qt::Key_F2);
+        QElapsedTimer sinceShown;
+        sinceShown.start();
+        box.show();
+        QApplication::setActiveWindow(&box);
+        QVERIFY(QTest::qWaitForWindowActive(&box));
+        for (const int key :
+             {Qt::Key_Escape, Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter, Qt::Key_F2}) {
+            press(key);
+        }
+        // Returns that repeat do not close it later, either.
+        const auto isClosedByHeldKey = [&box] {
+            QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, {}, QStringLiteral("\r"), true);
+            QCoreApplication::sendEvent(okOf(box), &held);
+            return !box.isVisible();
+        };
+        const auto copies = [&](const QString &text) {
+            press(Qt::Key_C, Qt::ControlModifier);
+            return clipboard->text() == text;
+        };
+        bool done = false;
+        QTRY_VERIFY(done || (done = isClosedByHeldKey() || copies(box.text())));
+        QVERIFY(box.isVisible());
+        QVERIFY(sinceShown.hasExpired(500));
+
+        auto *label = box.findChild<QLabel *>(QStringLiteral("qt_msgbox_label"));
+        label->setSelection(6, 15);
+        QVERIFY(copies(QStringLiteral("failed\non video")));
+        label->setFocus();
+        QVERIFY(copies(QStringLiteral("failed\non video")));
+        QTest::keyClick(&box, Qt::Key_Escape);
+        QVERIFY(!box.isVisible());
+    }
+
+    void aBoxFitsTheScreen_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("scrolls");
+        QTest::newRow("short words") << QStringLiteral("ab ").repeated(333) << false;
+        QTest::newRow("one long word") << QString(1000, QLatin1Char('w')) << false;
+        QTest::newRow("line breaks") << QStringLiteral("a\n").repeated(500) << true;
+    }
+
+    void aBoxFitsTheScreen()
+    {
+        QFETCH(const QString, text);
+        MessageBox box({QMessageBox::Critical, {}, text}, QMessageBox::Ok, nullptr);
+        box.show();
+        const QRect screen = box.screen()->availableGeometry();
+        QVERIFY(screen.contains(box.frameGeometry()));
+        QVERIFY(box.rect().contains(okOf(box)->geometry()));
+        const auto *view = box.findChild<QPlainTextEdit *>();
+        QTEST(view != nullptr, "scrolls");
+        if (view) {
+            QCOMPARE(view->toPlainText(), text);
+            QVERIFY(view->isVisible());
+        } else {
+            const auto *label = box.findChild<QLabel *>(QStringLiteral("qt_msgbox_label"));
+            QVERIFY(label->height() >= label->heightForWidth(label->width()));
+            QVERIFY(box.width() >= 2 * box.height() - 80);
+        }
+    }
+
+    void aDoubleClickPressesOnce_data()
+    {
+        // Presses: "c" on the button that covers the other one and goes when it is clicked, "b" on
+        // the button below, "e" on its edge; each with its time in milliseconds.
+        QTest::addColumn<QString>("presses");
+        QTest::addColumn<int>("below"); // how many clicks
+        QTest::newRow("a double click") << QStringLiteral("c1000 b1080") << 0;
+        QTest::newRow("a slow one") << QStringLiteral("c1000 b1450") << 0;
+        QTest::newRow("a triple click") << QStringLiteral("c1000 b1450 b1900") << 0;
+        QTest::newRow("a press after the double-click time") << QStringLiteral("c1000 b1700") << 1;
+        QTest::newRow("a press elsewhere") << QStringLiteral("c1000 e1080") << 1;
+        QTest::newRow("a double click on one window") << QStringLiteral("b1000 b1080") << 2;
+        QTest::newRow("a press that the window below gets, too")
+            << QStringLiteral("c1000 b1000 b1080") << 2;
+        QTest::newRow("after the clock's turn") << QStringLiteral("c2147483600 b-2147483616") << 0;
+    }
+
+    void aDoubleClickPressesOnce()
+    {
+        QFETCH(const QString, presses);
+        QPushButton button;
+        button.setGeometry(100, 100, 100, 40);
+        button.show();
+        auto cover = std::make_unique<QPushButton>();
+        cover->setGeometry(button.geometry());
+        connect(cover.get(), &QPushButton::clicked, this,
+                [&cover] { cover.release()->deleteLater(); });
+        cover->show();
+        const QSignalSpy clicks(&button, &QPushButton::clicked);
+        const QStringList all = presses.split(QLatin1Char(' '));
+        for (const QString &each : all) {
+            const bool isCover = each.at(0) == QLatin1Char('c');
+            const int x = each.at(0) == QLatin1Char('e') ? 30 : 0;
+            press(isCover ? *cover : button, each.midRef(1).toInt(), {x, 0});
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        }
+        QTEST(clicks.size(), "below");
+    }
+
+    void asksForDevicesPlainly()
+    {
+        const SimulatedNode node;
+        IntakeWindow w;
+        QString tip;
+        bool hasIcons = false;
+        const auto look = [&hasIcons](const QDialog *dialog) {
+            const auto buttons = dialog->findChild<QDialogButtonBox *>()->buttons();
+            for (const QAbstractButton *button : buttons) {
+                hasIcons = hasIcons || !button->icon().isNull();
+            }
+        };
+        w.device = [&](QDialog *dialog) {
+            look(dialog);
+            tip = dialog->findChild<QLineEdit *>()->toolTip();
+            dialog->findChild<QLineEdit *>()->setText(QStringLiteral("127.0.0.1"));
+            // The click that brings the focus selects the port; the next one places the cursor.
+            auto *port = dialog->findChild<QSpinBox *>()->findChild<QLineEdit *>();
+            QApplication::setActiveWindow(dialog);
+            QTest::mouseClick(port, Qt::LeftButton);
+            QCOMPARE(port->selectedText(), QStringLiteral("80"));
+            QTest::mouseClick(port, Qt::LeftButton);
+            QVERIFY(!port->hasSelectedText());
+            dialog->findChild<QLineEdit *>()->setFocus();
+            QTest::mouseClick(port, Qt::LeftButton);
+            QTest::keyClicks(port, QString::number(node.port()));
+            dialog->accept();
+        };
+        w.press(QStringLiteral("Add Device"));
+        QVERIFY(tip.contains(QLatin1String("port"), Qt::CaseInsensitive));
+        QCOMPARE(w.tx->count(), 1);
+        w.device = [&](QDialog *dialog) {
+            look(dialog);
+            auto *list = dialog->findChild<QListWidget *>();
+            const QPoint row = list->visualItemRect(list->item(0)).center();
+            QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, row);
+            QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, row);
+        };
+        w.press(QStringLiteral("Remove Device"));
+        QCOMPARE(w.tx->count(), 0);
+        QVERIFY(!hasIcons);
+    }
+};
 
 NODEPATCH_TEST_MAIN(TestOperator)
 #include "tst_operator.moc"

@@ -1,12 +1,16 @@
-// One start of the whole program, on a screen with half as many dots again to the inch.
+// One start of the whole program at 96 dpi and one at 144 dpi. Both screens say one more, as an X
+// server may that rounds to millimetres.
 
 #include "MainWindow.h"
+#include "widgets/PressGuard.h"
 
 #include <QApplication>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 // main() of src/main.cpp, under another name.
 int programMain(int argc, char **argv);
@@ -17,6 +21,7 @@ struct Seen {
     QString organisation;
     QString title;
     bool isStyled = false;
+    bool isGuarded = false;
     qreal scale = 0;
     rlim_t descriptors = 0;
 };
@@ -36,8 +41,11 @@ void look()
                 ::getrlimit(RLIMIT_NOFILE, &limit);
                 seen = {QCoreApplication::organizationName() + QLatin1Char('/')
                             + QCoreApplication::applicationName(),
-                        window->windowTitle(), !qApp->styleSheet().isEmpty(),
-                        window->devicePixelRatioF(), limit.rlim_cur};
+                        window->windowTitle(),
+                        !qApp->styleSheet().isEmpty(),
+                        qApp->findChild<PressGuard *>() != nullptr,
+                        window->devicePixelRatioF(),
+                        limit.rlim_cur};
                 window->close();
             }
         }
@@ -62,7 +70,6 @@ void TestProgram::startsAndEndsWithItsWindow()
     for (const char *variable : {"HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"}) {
         qputenv(variable, home.path().toLocal8Bit());
     }
-    qputenv("QT_FONT_DPI", "144");
     rlimit limit{};
     ::getrlimit(RLIMIT_NOFILE, &limit);
     char name[] = "velmora-nodepatch";
@@ -70,11 +77,23 @@ void TestProgram::startsAndEndsWithItsWindow()
     QCOMPARE(programMain(1, arguments), 0);
     QCOMPARE(seen.organisation, QStringLiteral("Velmora/VelmoraNodePatch"));
     QCOMPARE(seen.title, QStringLiteral("VelmoraNodePatch - velmora.example"));
-    QVERIFY(seen.isStyled);
-    QCOMPARE(seen.scale, 1.5);
+    QVERIFY(seen.isStyled && seen.isGuarded);
+    QCOMPARE(seen.scale, qgetenv("QT_FONT_DPI") == "97" ? 1 : 1.5);
     QCOMPARE(seen.descriptors, limit.rlim_max);
     QVERIFY(QFile::exists(home.filePath(QStringLiteral("Velmora/VelmoraNodePatch.conf"))));
 }
 
-QTEST_APPLESS_MAIN(TestProgram)
+// Qt reads the resolution once in a process.
+int main(int argc, char **argv)
+{
+    const pid_t child = fork();
+    qputenv("QT_FONT_DPI", child == 0 ? "97" : "145");
+    TestProgram test;
+    const int failed = QTest::qExec(&test, argc, argv);
+    int childFailed = child < 0;
+    if (child > 0) {
+        waitpid(child, &childFailed, 0);
+    }
+    return failed != 0 || childFailed != 0;
+}
 #include "tst_program.moc"

@@ -2,8 +2,7 @@
 
 #include "Application.h"
 #include "support/TestMain.h"
-#include "support/Window.h"
-#include "widgets/SelectorEntries.h"
+#include "widgets/Selector.h"
 
 #include <QComboBox>
 #include <QHelpEvent>
@@ -20,39 +19,48 @@
 
 namespace {
 
-// A window with a selector and a button. Mouse and keys go the way of the window system's events:
-// a window that takes hold of the mouse gets them.
+QString operator""_s(const char *text, std::size_t size)
+{
+    return QString::fromUtf8(text, static_cast<int>(size));
+}
+
+// A window with two selectors and a button. Mouse and keys go the way of the window system's
+// events: a window that takes hold of the mouse gets them.
 struct Desk {
     Desk()
     {
         auto *layout = new QVBoxLayout(&window);
-        for (QWidget *widget :
-             {static_cast<QWidget *>(&selector), static_cast<QWidget *>(&button)}) {
+        for (QWidget *widget : {static_cast<QWidget *>(&selector), static_cast<QWidget *>(&other),
+                                static_cast<QWidget *>(&button)}) {
             layout->addWidget(widget);
         }
         layout->addStretch();
-        selector.setAccessibleName(QStringLiteral("Node"));
-        SelectorEntries::prepare(&selector, QStringLiteral("none"));
+        layout->insertSpacing(1, 100);
+        selector.setAccessibleName("Node"_s);
+        entries = new Selector(&selector, "none"_s);
+        new Selector(&other, "none"_s);
+        Selector::of(&other)->add({{"Other"_s, {}}});
         window.resize(300, 600);
         window.show();
         QApplication::setActiveWindow(&window);
         selector.setFocus();
-        matches = selector.findChild<QListView *>(QStringLiteral("matches"));
+        matches = selector.findChild<QListView *>("matches"_s);
     }
 
     void add(const QStringList &texts)
     {
-        QList<SelectorEntries::Entry> entries;
+        QList<Selector::Entry> added;
         for (const QString &text : texts) {
-            entries.append({text, text});
+            added.append({text, text});
         }
-        SelectorEntries::add(&selector, entries);
+        entries->add(added);
     }
 
-    void remove(const QString &text)
+    // The record that the selector hands over because it was shown.
+    QString remove(const QString &text)
     {
-        SelectorEntries::remove(&selector,
-                                [text](const QVariant &record) { return record == text; });
+        return entries->remove([text](const QVariant &record) { return record == text; })
+            .toString();
     }
 
     void type(const QString &text)
@@ -74,20 +82,30 @@ struct Desk {
     {
         if (dropDown) {
             selector.showPopup();
+            QCoreApplication::processEvents();
             return qobject_cast<QListView *>(selector.view());
         }
         type(QString(QLatin1Char(letter)));
         return matches;
     }
 
+    void close()
+    {
+        key(Qt::Key_Escape);
+        selector.hidePopup();
+        QCoreApplication::processEvents();
+    }
+
     QString chosen() const
     {
-        return SelectorEntries::currentRecord(&selector).toString();
+        return Selector::of(&selector)->currentRecord().toString();
     }
 
     QWidget window;
     QComboBox selector;
-    QPushButton button{QStringLiteral("Go")};
+    QComboBox other;
+    QPushButton button{"Go"_s};
+    Selector *entries;
     QListView *matches;
 };
 
@@ -120,7 +138,7 @@ QStringList seen(const QListView *list)
         const QModelIndex index = list->indexAt({5, y});
         if (index.isValid()
             && (rows.isEmpty() || !rows.constLast().startsWith(index.data().toString()))) {
-            rows.append(QStringLiteral("%1 at %2").arg(index.data().toString()).arg(y));
+            rows.append("%1 at %2"_s.arg(index.data().toString()).arg(y));
         }
     }
     return rows;
@@ -134,16 +152,39 @@ QPoint placeOf(const QListView *list, const QString &text)
             return {5, y};
         }
     }
-    qFatal("not to be seen: %s", qPrintable(text));
+    qFatal("not to be seen: %.99s", qPrintable(text));
+}
+
+QImage pictureOf(const QListView *list, int row)
+{
+    return list->viewport()->grab(list->visualRect(list->model()->index(row, 0))).toImage();
+}
+
+// How far to the right of the selector the text begins that a part of it shows.
+int inkLeft(const QWidget *part, const QImage &picture, const Desk &desk)
+{
+    const int middle = picture.height() / 2;
+    int x = 2;
+    while (x < picture.width() - 1 && picture.pixel(x, middle) == picture.pixel(1, middle)) {
+        ++x;
+    }
+    return x + part->mapToGlobal({0, 0}).x() - desk.selector.mapToGlobal({0, 0}).x();
 }
 
 QStringList cameras(int first, int last)
 {
     QStringList texts;
     for (int i = first; i <= last; ++i) {
-        texts.append(QStringLiteral("Camera %1").arg(i));
+        texts.append("Camera %1"_s.arg(i));
     }
     return texts;
+}
+
+void listRows()
+{
+    QTest::addColumn<bool>("dropDown");
+    QTest::newRow("the drop-down") << true;
+    QTest::newRow("the matches") << false;
 }
 
 } // namespace
@@ -154,334 +195,460 @@ class TestSelectors final : public QObject {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void offersMatchesWithoutWriting();
-    void disregardsTheWheel();
-    void theFirstClickBesideCounts_data();
-    void theFirstClickBesideCounts();
-    void closesTheMatches_data();
-    void closesTheMatches();
-    void rowsHoldStill_data();
-    void rowsHoldStill();
-    void growsWhenOpenedAgain_data();
-    void growsWhenOpenedAgain();
-    void whatHasGoneCannotBePicked_data();
-    void whatHasGoneCannotBePicked();
-    void keysNeverPassOnFromAnEarlierChoice_data();
-    void keysNeverPassOnFromAnEarlierChoice();
-    void showsLongEntries();
-    void tellsAChoiceThatIsCut();
-    void namesItsFieldToAssistiveTechnology();
-};
-
-void TestSelectors::initTestCase()
-{
-    Application::setIdentity();
-    Application::setAppearance();
-}
-
-void TestSelectors::offersMatchesWithoutWriting()
-{
-    Desk desk;
-    desk.add({QStringLiteral("Cam 1 (10.0.0.25:80-A)"), QStringLiteral("Cam 2 (10.0.0.3:80-B)"),
-              QStringLiteral("Grader")});
-    desk.type(QStringLiteral("10.0.0.2"));
-    QCOMPARE(desk.selector.currentText(), QStringLiteral("10.0.0.2"));
-    QVERIFY(desk.matches->isVisible());
-    QCOMPARE(desk.matches->model()->rowCount(), 1);
-
-    // Enter picks nothing that was not gone to; entries that come meanwhile are offered with the
-    // next key.
-    desk.key(Qt::Key_Return);
-    QCOMPARE(desk.selector.currentText(), QStringLiteral("10.0.0.2"));
-    desk.add({QStringLiteral("Cam 3 (10.0.0.251:80-C)"), QStringLiteral("Cam 4 (10.0.0.4:80-D)")});
-    desk.key(Qt::Key_5);
-    QCOMPARE(desk.matches->model()->rowCount(), 2);
-    QSignalSpy activated(&desk.selector, qOverload<int>(&QComboBox::activated));
-    desk.key(Qt::Key_Down);
-    QCOMPARE(desk.selector.currentText(), QStringLiteral("10.0.0.25"));
-    desk.key(Qt::Key_Return);
-    QCOMPARE(desk.chosen(), QStringLiteral("Cam 1 (10.0.0.25:80-A)"));
-    QCOMPARE(activated.size(), 1);
-    QVERIFY(!desk.matches->isVisible());
-
-    // Leaving the field with a text that an entry only contains chooses nothing.
-    desk.type(QStringLiteral("cam 2"));
-    QCOMPARE(desk.matches->model()->rowCount(), 1);
-    desk.button.setFocus();
-    QCOMPARE(desk.selector.currentText(), QStringLiteral("cam 2"));
-    QCOMPARE(desk.chosen(), QString());
-}
-
-void TestSelectors::disregardsTheWheel()
-{
-    Desk desk;
-    desk.add(cameras(10, 60));
-    desk.selector.setCurrentIndex(7);
-    QSignalSpy changed(&desk.selector, &QComboBox::editTextChanged);
-    QSignalSpy activated(&desk.selector, qOverload<int>(&QComboBox::activated));
-    for (QWidget *focused :
-         {static_cast<QWidget *>(&desk.selector), static_cast<QWidget *>(&desk.button)}) {
-        focused->setFocus();
-        turnWheel(desk.selector.lineEdit(), -120);
-        turnWheel(&desk.selector, 120);
+    void initTestCase()
+    {
+        Application::setIdentity();
+        Application::setAppearance();
     }
-    QVERIFY(changed.isEmpty() && activated.isEmpty());
 
-    for (const bool dropDown : {true, false}) {
-        const QListView *list = desk.open(dropDown, 'C');
-        const int before = list->verticalScrollBar()->value();
-        turnWheel(list->viewport(), -120);
-        QVERIFY(list->verticalScrollBar()->value() > before);
+    void offersMatchesWithoutWriting()
+    {
+        Desk desk;
+        desk.add({"Cam 1 (10.0.0.25:80-A)"_s, "Cam 2 (10.0.0.3:80-B)"_s, "Grader"_s});
+        desk.type("10.0.0.2"_s);
+        QCOMPARE(desk.selector.currentText(), "10.0.0.2"_s);
+        QVERIFY(desk.matches->isVisible());
+        QCOMPARE(desk.matches->model()->rowCount(), 1);
+
+        // Enter picks nothing that was not gone to, nor from a closed list; entries that come
+        // meanwhile are offered with the next key.
+        desk.key(Qt::Key_Return);
+        desk.key(Qt::Key_Down);
+        desk.key(Qt::Key_Down);
         desk.key(Qt::Key_Escape);
+        desk.key(Qt::Key_Return);
+        QCOMPARE(desk.selector.currentText(), "10.0.0.2"_s);
+        desk.add({"Cam 3 (10.0.0.251:80-C)"_s, "Cam 4 (10.0.0.4:80-D)"_s});
+        desk.key(Qt::Key_5);
+        QCOMPARE(desk.matches->model()->rowCount(), 2);
+        QSignalSpy activated(&desk.selector, qOverload<int>(&QComboBox::activated));
+        desk.key(Qt::Key_Down);
+        QCOMPARE(desk.selector.currentText(), "10.0.0.25"_s);
+        desk.key(Qt::Key_Return);
+        QCOMPARE(desk.chosen(), "Cam 1 (10.0.0.25:80-A)"_s);
+        QCOMPARE(activated.size(), 1);
+        QVERIFY(!desk.matches->isVisible());
+
+        // Leaving the field with a text that an entry only contains chooses nothing.
+        desk.type("cam 2"_s);
+        QCOMPARE(desk.matches->model()->rowCount(), 1);
+        desk.button.setFocus();
+        QCOMPARE(desk.selector.currentText(), "cam 2"_s);
+        QCOMPARE(desk.chosen(), QString());
+    }
+
+    void disregardsTheWheel()
+    {
+        Desk desk;
+        desk.add(cameras(10, 60));
+        desk.selector.setCurrentIndex(7);
+        QSignalSpy changed(&desk.selector, &QComboBox::editTextChanged);
+        QSignalSpy activated(&desk.selector, qOverload<int>(&QComboBox::activated));
+        for (QWidget *focused :
+             {static_cast<QWidget *>(&desk.selector), static_cast<QWidget *>(&desk.button)}) {
+            focused->setFocus();
+            turnWheel(desk.selector.lineEdit(), -120);
+            turnWheel(&desk.selector, 120);
+        }
+        QVERIFY(changed.isEmpty() && activated.isEmpty());
+
+        for (const bool dropDown : {true, false}) {
+            const QListView *list = desk.open(dropDown, 'C');
+            const int before = list->verticalScrollBar()->value();
+            turnWheel(list->viewport(), -120);
+            QVERIFY(list->verticalScrollBar()->value() > before);
+            desk.close();
+        }
+    }
+
+    void theFirstClickBesideCounts_data()
+    {
+        QTest::addColumn<QString>("list");
+        for (const char *list : {"matches", "drop-down", "drop-down that has grabbed the mouse"}) {
+            QTest::newRow(list) << QString::fromLatin1(list);
+        }
+    }
+
+    void theFirstClickBesideCounts()
+    {
+        QFETCH(const QString, list);
+        Desk desk;
+        desk.add(cameras(1, 1));
+        desk.type("cam"_s);
+        desk.key(Qt::Key_Escape);
+        const auto clickBeside = [&](QWidget *target, const QPoint &point) {
+            const QListView *open = desk.open(list != "matches"_s, 'c');
+            QVERIFY(open->isVisible());
+            // The window system may report the press to the window that has grabbed the mouse.
+            QWindow *pressed =
+                (list.endsWith("mouse"_s) ? open->window() : &desk.window)->windowHandle();
+            const QPoint global = target->mapToGlobal(point);
+            QTest::mousePress(pressed, Qt::LeftButton, {}, pressed->mapFromGlobal(global));
+            QTest::mouseRelease(desk.window.windowHandle(), Qt::LeftButton, {},
+                                desk.window.mapFromGlobal(global));
+            QVERIFY(!open->isVisible());
+        };
+        QSignalSpy presses(&desk.button, &QPushButton::pressed);
+        QSignalSpy clicks(&desk.button, &QPushButton::clicked);
+        clickBeside(&desk.button, {2, 5});
+        QCOMPARE(presses.size(), 1);
+        QCOMPARE(clicks.size(), 1);
+        QVERIFY(desk.button.hasFocus() && !desk.button.isDown());
+
+        clickBeside(desk.selector.lineEdit(), {2, 5});
+        QCOMPARE(desk.selector.lineEdit()->cursorPosition(), 0);
+        QVERIFY(desk.selector.hasFocus());
+        clickBeside(&desk.other, {desk.other.width() - 8, 5});
+        QVERIFY(desk.other.view()->isVisible());
+        desk.other.hidePopup();
+        // The arrow only closes the list that it opened.
+        if (list != "matches"_s) {
+            clickBeside(&desk.selector, {desk.selector.width() - 8, 5});
+        }
+        QVERIFY(desk.selector.currentText().startsWith(QLatin1Char('c')));
+    }
+
+    void closesTheMatches_data()
+    {
+        QTest::addColumn<std::function<void(Desk &)>>("act");
+        const auto row = [](const char *name, const std::function<void(Desk &)> &act) {
+            QTest::newRow(name) << act;
+        };
+        row("Escape", [](Desk &desk) { desk.key(Qt::Key_Escape); });
+        row("an emptied field", [](Desk &desk) { desk.type("\b"_s); });
+        row("text that no entry holds", [](Desk &desk) { desk.type("x"_s); });
+        row("another focus", [](Desk &desk) { desk.key(Qt::Key_Tab); });
+        row("a moved window",
+            [](Desk &desk) { desk.window.move(desk.window.pos() + QPoint(9, 9)); });
+        row("a hidden window", [](Desk &desk) { desk.window.hide(); });
+        row("another window", [](Desk &) { QApplication::setActiveWindow(nullptr); });
+        row("the drop-down", [](Desk &desk) { desk.key(Qt::Key_F4); });
+        row("the drop-down, with Alt", [](Desk &desk) {
+            desk.key(Qt::Key_Down, Qt::AltModifier);
+            QVERIFY(desk.selector.view()->isVisible());
+        });
+    }
+
+    void closesTheMatches()
+    {
+        QFETCH(const std::function<void(Desk &)>, act);
+        Desk desk;
+        desk.add(cameras(1, 3));
+        desk.type("c"_s);
+        QVERIFY(desk.matches->isVisible());
+        act(desk);
+        QTRY_VERIFY(!desk.matches->isVisible());
+        QCOMPARE(desk.selector.currentIndex(), -1);
+    }
+
+    void rowsHoldStill_data()
+    {
+        QTest::addColumn<bool>("dropDown");
+        QTest::addColumn<int>("scrolled");
+        QTest::newRow("of the drop-down") << true << 0;
+        QTest::newRow("of the drop-down, scrolled") << true << 10;
+        QTest::newRow("of the matches") << false << 0;
+        QTest::newRow("of the matches, scrolled") << false << 10;
+    }
+
+    void rowsHoldStill()
+    {
+        QFETCH(const bool, dropDown);
+        QFETCH(const int, scrolled);
+        Desk desk;
+        desk.add(cameras(20, 59));
+        QListView *list = desk.open(dropDown, 'C');
+        list->verticalScrollBar()->setValue(scrolled);
+        const QStringList before = seen(list);
+        QVERIFY(before.size() >= 15 && before.size() <= 20);
+        const QString wanted = "Camera %1"_s.arg(25 + scrolled);
+        moveTo(list->viewport(), placeOf(list, wanted));
+
+        desk.add(cameras(10, 19) + cameras(60, 69) + QStringList{"Camera 25b"_s});
+        desk.remove("Camera 24"_s);
+        desk.remove("Camera 36"_s);
+        QCoreApplication::processEvents();
+        QCOMPARE(seen(list), before);
+        // The program has them all at once.
+        QVERIFY(desk.entries->find("Camera 25b"_s) > 0);
+        QCOMPARE(desk.entries->find("Camera 24"_s), -1);
+
+        click(list->viewport(), placeOf(list, wanted));
+        QCOMPARE(desk.chosen(), wanted);
+        QVERIFY(!list->isVisible());
+        QTRY_COMPARE(desk.selector.count(), 59);
+        desk.open(dropDown, 'C');
+        QCOMPARE(list->model()->rowCount(), 59);
+        list->scrollToTop();
+        QVERIFY(seen(list).constFirst().startsWith("Camera 10"_s));
+        QVERIFY(seen(list).filter("Camera 24"_s).isEmpty());
+    }
+
+    void whatHasGoneCannotBePicked_data()
+    {
+        listRows();
+    }
+
+    void whatHasGoneCannotBePicked()
+    {
+        QFETCH(const bool, dropDown);
+        const QString gone = "Camera 3"_s;
+        Desk desk;
+        desk.add(cameras(3, 5) + cameras(1, 3));
+        desk.selector.setCurrentIndex(dropDown ? 2 : -1);
+        QSignalSpy changed(&desk.selector, &QComboBox::editTextChanged);
+        QListView *list = desk.open(dropDown, 'C');
+        moveTo(list->viewport(), placeOf(list, "Camera 2"_s));
+        QCOMPARE(desk.remove(gone), dropDown ? gone : QString());
+        QCOMPARE(changed.size(), 1); // by the typing, or by the loss
+        QCOMPARE(desk.selector.currentText(), dropDown ? QString() : "C"_s);
+        moveTo(list->viewport(), placeOf(list, gone));
+        click(list->viewport(), placeOf(list, gone));
+        list->setCurrentIndex(list->model()->index(2, 0));
+        QTest::keyClick(list->window()->windowHandle(), Qt::Key_Return);
+        QCOMPARE(desk.selector.currentIndex(), -1);
+
+        // It comes back under the same text while the list is still open.
+        desk.open(dropDown, 'C');
+        desk.remove("Camera 4"_s);
+        desk.add({"Camera 4"_s});
+        click(list->viewport(), placeOf(list, "Camera 4"_s));
+        QCOMPARE(desk.chosen(), "Camera 4"_s);
+        QTRY_COMPARE(desk.selector.count(), 4);
+        QCOMPARE(desk.chosen(), "Camera 4"_s);
+
+        // The list grows when it is opened again.
+        desk.open(dropDown, 'C');
+        desk.add(cameras(10, 43));
+        QCoreApplication::processEvents();
+        QCOMPARE(seen(list).size(), 4);
+        desk.close();
+        desk.open(dropDown, 'C');
+        QVERIFY(seen(list).size() >= 15 && seen(list).size() <= 20);
+    }
+
+    // Whatever happens to the entry that was chosen before.
+    void typedTextStays_data()
+    {
+        listRows();
+    }
+
+    void typedTextStays()
+    {
+        QFETCH(const bool, dropDown);
+        Desk desk;
+        desk.add(cameras(1, 5));
+        desk.selector.setCurrentIndex(2);
+        desk.type("4711"_s);
+        QLineEdit *field = desk.selector.lineEdit();
+        QSignalSpy changed(&desk.selector, &QComboBox::editTextChanged);
+        if (dropDown) {
+            desk.selector.showPopup();
+        }
+        field->setSelection(1, 2);
+        for (const char *goes : {"Camera 1", "Camera 3"}) {
+            QCOMPARE(desk.remove(QLatin1String(goes)), QString());
+        }
+        desk.entries->remove([](const QVariant &) { return true; });
         desk.selector.hidePopup();
+        QTRY_COMPARE(desk.selector.count(), 0);
+        QCOMPARE(desk.selector.currentIndex(), -1);
+        QCOMPARE(field->selectedText(), "71"_s);
+        QVERIFY(field->isUndoAvailable());
+        QCOMPARE(field->text(), "4711"_s);
+        QVERIFY(changed.isEmpty());
     }
-}
 
-void TestSelectors::theFirstClickBesideCounts_data()
-{
-    QTest::addColumn<bool>("onButton");
-    QTest::newRow("on a button") << true;
-    QTest::newRow("into the field") << false;
-}
-
-void TestSelectors::theFirstClickBesideCounts()
-{
-    QFETCH(const bool, onButton);
-    Desk desk;
-    desk.add(cameras(1, 1));
-    desk.button.move(0, 400);
-    desk.type(QStringLiteral("cam"));
-    QVERIFY(desk.matches->isVisible());
-    QSignalSpy clicked(&desk.button, &QPushButton::clicked);
-    QWidget *target = onButton ? static_cast<QWidget *>(&desk.button) : desk.selector.lineEdit();
-    click(target, {2, 5});
-    QCOMPARE(clicked.size(), onButton ? 1 : 0);
-    QCOMPARE(desk.selector.lineEdit()->cursorPosition(), onButton ? 3 : 0);
-    QVERIFY(!desk.matches->isVisible());
-    QCOMPARE(desk.selector.currentText(), QStringLiteral("cam"));
-}
-
-void TestSelectors::closesTheMatches_data()
-{
-    QTest::addColumn<std::function<void(Desk &)>>("act");
-    const auto row = [](const char *name, const std::function<void(Desk &)> &act) {
-        QTest::newRow(name) << act;
-    };
-    row("Escape", [](Desk &desk) { desk.key(Qt::Key_Escape); });
-    row("an emptied field", [](Desk &desk) { desk.type(QStringLiteral("\b")); });
-    row("text that no entry holds", [](Desk &desk) { desk.type(QStringLiteral("x")); });
-    row("another focus", [](Desk &desk) { desk.key(Qt::Key_Tab); });
-    row("a moved window", [](Desk &desk) { desk.window.move(desk.window.pos() + QPoint(9, 9)); });
-    row("a hidden window", [](Desk &desk) { desk.window.hide(); });
-    row("another window", [](Desk &) { QApplication::setActiveWindow(nullptr); });
-    row("the drop-down", [](Desk &desk) { desk.key(Qt::Key_F4); });
-}
-
-void TestSelectors::closesTheMatches()
-{
-    QFETCH(const std::function<void(Desk &)>, act);
-    Desk desk;
-    desk.add(cameras(1, 3));
-    desk.type(QStringLiteral("c"));
-    QVERIFY(desk.matches->isVisible());
-    act(desk);
-    QTRY_VERIFY(!desk.matches->isVisible());
-    QCOMPARE(desk.selector.currentIndex(), -1);
-}
-
-void TestSelectors::rowsHoldStill_data()
-{
-    QTest::addColumn<bool>("dropDown");
-    QTest::addColumn<int>("scrolled");
-    QTest::newRow("of the drop-down") << true << 0;
-    QTest::newRow("of the drop-down, scrolled") << true << 10;
-    QTest::newRow("of the matches") << false << 0;
-    QTest::newRow("of the matches, scrolled") << false << 10;
-}
-
-void TestSelectors::rowsHoldStill()
-{
-    QFETCH(const bool, dropDown);
-    QFETCH(const int, scrolled);
-    Desk desk;
-    desk.add(cameras(20, 59));
-    QListView *list = desk.open(dropDown, 'C');
-    list->verticalScrollBar()->setValue(scrolled);
-    const QStringList before = seen(list);
-    QVERIFY(before.size() >= 15 && before.size() <= 20);
-    const QString wanted = QStringLiteral("Camera %1").arg(25 + scrolled);
-    moveTo(list->viewport(), placeOf(list, wanted));
-
-    desk.add(cameras(10, 19) + cameras(60, 69) + QStringList{QStringLiteral("Camera 25b")});
-    desk.remove(QStringLiteral("Camera 24"));
-    desk.remove(QStringLiteral("Camera 36"));
-    QCoreApplication::processEvents();
-    QCOMPARE(seen(list), before);
-    // The program has them all at once.
-    QVERIFY(SelectorEntries::find(&desk.selector, QStringLiteral("Camera 25b")) > 0);
-    QCOMPARE(SelectorEntries::find(&desk.selector, QStringLiteral("Camera 24")), -1);
-
-    click(list->viewport(), placeOf(list, wanted));
-    QCOMPARE(desk.chosen(), wanted);
-    QVERIFY(!list->isVisible());
-    QTRY_COMPARE(desk.selector.count(), 59);
-    desk.open(dropDown, 'C');
-    QCOMPARE(list->model()->rowCount(), 59);
-    list->scrollToTop();
-    QVERIFY(seen(list).constFirst().startsWith(QStringLiteral("Camera 10")));
-    QVERIFY(seen(list).filter(QStringLiteral("Camera 24")).isEmpty());
-}
-
-void TestSelectors::growsWhenOpenedAgain_data()
-{
-    QTest::addColumn<bool>("dropDown");
-    QTest::newRow("the drop-down") << true;
-    QTest::newRow("the matches") << false;
-}
-
-void TestSelectors::growsWhenOpenedAgain()
-{
-    QFETCH(const bool, dropDown);
-    Desk desk;
-    desk.add(cameras(50, 50));
-    const QListView *list = desk.open(dropDown, 'C');
-    QCOMPARE(seen(list).size(), 1);
-    desk.add(cameras(10, 43));
-    QCoreApplication::processEvents();
-    QCOMPARE(seen(list).size(), 1);
-    desk.selector.hidePopup();
-    QCoreApplication::processEvents();
-    desk.open(dropDown, 'C');
-    QVERIFY(seen(list).size() >= 15 && seen(list).size() <= 20);
-}
-
-void TestSelectors::whatHasGoneCannotBePicked_data()
-{
-    growsWhenOpenedAgain_data();
-}
-
-void TestSelectors::whatHasGoneCannotBePicked()
-{
-    QFETCH(const bool, dropDown);
-    const QString gone = QStringLiteral("Camera 3");
-    Desk desk;
-    desk.add(cameras(1, 5));
-    desk.selector.setCurrentIndex(dropDown ? 2 : -1);
-    QListView *list = desk.open(dropDown, 'C');
-    moveTo(list->viewport(), placeOf(list, QStringLiteral("Camera 2")));
-    desk.remove(gone);
-    QCOMPARE(desk.selector.currentText(), dropDown ? QString() : QStringLiteral("C"));
-    moveTo(list->viewport(), placeOf(list, gone));
-    click(list->viewport(), placeOf(list, gone));
-    list->setCurrentIndex(list->model()->index(2, 0));
-    QTest::keyClick(list->window()->windowHandle(), Qt::Key_Return);
-    QCOMPARE(desk.selector.currentIndex(), -1);
-
-    // It comes back under the same text while the list is still open.
-    desk.open(dropDown, 'C');
-    desk.remove(QStringLiteral("Camera 4"));
-    desk.add({QStringLiteral("Camera 4")});
-    click(list->viewport(), placeOf(list, QStringLiteral("Camera 4")));
-    QCOMPARE(desk.chosen(), QStringLiteral("Camera 4"));
-    QTRY_COMPARE(desk.selector.count(), 4);
-    QCOMPARE(desk.chosen(), QStringLiteral("Camera 4"));
-}
-
-void TestSelectors::keysNeverPassOnFromAnEarlierChoice_data()
-{
-    QTest::addColumn<int>("key");
-    QTest::addColumn<bool>("emptied");
-    QTest::newRow("Down") << int(Qt::Key_Down) << false;
-    QTest::newRow("Up") << int(Qt::Key_Up) << false;
-    QTest::newRow("Page Down") << int(Qt::Key_PageDown) << false;
-    QTest::newRow("Down in an emptied field") << int(Qt::Key_Down) << true;
-}
-
-void TestSelectors::keysNeverPassOnFromAnEarlierChoice()
-{
-    QFETCH(const int, key);
-    QFETCH(const bool, emptied);
-    Desk desk;
-    desk.add(cameras(1, 5));
-    desk.selector.setCurrentIndex(2);
-    desk.type(QStringLiteral("4"));
-    if (emptied) {
-        desk.key(Qt::Key_Backspace);
-    } else {
-        desk.key(Qt::Key_Escape);
+    void keysNeverPassOnFromAnEarlierChoice_data()
+    {
+        QTest::addColumn<int>("key");
+        QTest::addColumn<bool>("emptied");
+        QTest::newRow("Down") << int(Qt::Key_Down) << false;
+        QTest::newRow("Up") << int(Qt::Key_Up) << false;
+        QTest::newRow("Page Down") << int(Qt::Key_PageDown) << false;
+        QTest::newRow("Down in an emptied field") << int(Qt::Key_Down) << true;
     }
-    QVERIFY(!desk.matches->isVisible());
-    desk.key(Qt::Key(key));
-    QVERIFY(desk.matches->isVisible());
-    QCOMPARE(desk.matches->model()->rowCount(), emptied ? 5 : 1);
-    QCOMPARE(desk.selector.currentText(), emptied ? QString() : QStringLiteral("4"));
-    // With an entry chosen, the arrow keys go on from it.
-    desk.key(Qt::Key_Down);
-    desk.key(Qt::Key_Return);
-    QVERIFY(!desk.chosen().isEmpty());
-    const int row = desk.selector.currentIndex();
-    desk.key(Qt::Key_Down);
-    QCOMPARE(desk.selector.currentIndex(), row + 1);
-}
 
-void TestSelectors::showsLongEntries()
-{
-    Desk desk;
-    const QString longest =
-        QStringLiteral("Studio A Camera 1 Main Output (192.0.2.11:8080-Video Sender 1 of 7)");
-    desk.add(cameras(10, 39) + QStringList{longest});
-    for (const bool dropDown : {true, false}) {
-        const QListView *list = desk.open(dropDown, 'A');
+    void keysNeverPassOnFromAnEarlierChoice()
+    {
+        QFETCH(const int, key);
+        QFETCH(const bool, emptied);
+        Desk desk;
+        desk.add(cameras(1, 5));
+        desk.selector.setCurrentIndex(2);
+        desk.type("4"_s);
+        desk.key(emptied ? Qt::Key_Backspace : Qt::Key_Escape);
+        QVERIFY(!desk.matches->isVisible());
+        desk.key(Qt::Key(key));
+        QVERIFY(desk.matches->isVisible());
+        QCOMPARE(desk.matches->model()->rowCount(), emptied ? 5 : 1);
+        QCOMPARE(desk.selector.currentText(), emptied ? QString() : "4"_s);
+        // With an entry chosen, the arrow keys go on from it.
+        desk.key(Qt::Key_Down);
+        desk.key(Qt::Key_Return);
+        QVERIFY(!desk.chosen().isEmpty());
+        const int row = desk.selector.currentIndex();
+        desk.key(Qt::Key_Down);
+        QCOMPARE(desk.selector.currentIndex(), row + 1);
+    }
+
+    void showsWholeRowsBesideTheField_data()
+    {
+        QTest::addColumn<bool>("dropDown");
+        QTest::addColumn<int>("top");
+        QTest::addColumn<bool>("above");
+        for (const bool dropDown : {true, false}) {
+            const char *list = dropDown ? "drop-down" : "matches";
+            QTest::addRow("%s with room below", list) << dropDown << 0 << false;
+            QTest::addRow("%s cut below", list) << dropDown << 200 << false;
+            QTest::addRow("%s cut above", list) << dropDown << 300 << true;
+            QTest::addRow("%s with room above", list) << dropDown << 548 << true;
+        }
+    }
+
+    void showsWholeRowsBesideTheField()
+    {
+        QFETCH(const bool, dropDown);
+        QFETCH(const int, top);
+        QFETCH(const bool, above);
+        const auto restore =
+            qScopeGuard([font = QApplication::font()] { QApplication::setFont(font); });
+        QApplication::setFont(QFont(QApplication::font().family(), 18));
+        Desk desk;
+        desk.add(cameras(10, 39));
+        desk.window.resize(300, 90);
+        desk.window.move(10, top);
+        const QListView *list = desk.open(dropDown, 'C');
+        const QRect field(desk.selector.mapToGlobal({0, 0}), desk.selector.size());
+        const QRect place = list->window()->geometry();
+        QVERIFY(desk.window.screen()->geometry().contains(place));
+        const int gap = above ? field.top() - place.bottom() : place.top() - field.bottom();
+        QVERIFY2(gap == 0 || gap == 1, qPrintable(QString::number(gap)));
+        const int row = list->visualRect(list->model()->index(0, 0)).height();
+        QCOMPARE(list->viewport()->height() % row, 0);
+        QVERIFY(list->viewport()->height() > 6 * row);
+    }
+
+    void showsLongEntries_data()
+    {
+        listRows();
+    }
+
+    void showsLongEntries()
+    {
+        QFETCH(const bool, dropDown);
+        Desk desk;
+        const QString longest =
+            "Studio A Camera 1 Main Output (192.0.2.11:8080-Video Sender 1 of 7)"_s;
+        desk.add(cameras(10, 39) + QStringList{longest});
+        QListView *list = desk.open(dropDown, 'A');
         const int width = list->fontMetrics().horizontalAdvance(longest);
         QVERIFY(width > desk.selector.width());
         QVERIFY(list->viewport()->width() >= width);
         QVERIFY(list->viewport()->width() < width + 100);
-        desk.key(Qt::Key_Escape);
-        desk.selector.hidePopup();
-    }
-    // One that is too long for the screen is elided within it.
-    desk.add({QString(2000, QLatin1Char('a'))});
-    for (const bool dropDown : {true, false}) {
-        const QListView *list = desk.open(dropDown, 'a');
-        QVERIFY(desk.window.screen()->geometry().contains(list->window()->geometry()));
+        desk.close();
+        // One that is too long for the screen is elided within it, or for a line edit by itself.
+        const QString endless(40000, QLatin1Char('a'));
+        desk.add({endless});
+        desk.window.move(200, 0);
+        desk.open(dropDown, 'a');
+        const QRect place = list->window()->geometry();
+        QCOMPARE(place.left(), desk.selector.mapToGlobal({0, 0}).x());
+        QCOMPARE(place.right(), desk.window.screen()->geometry().right());
         QCOMPARE(list->textElideMode(), Qt::ElideMiddle);
         QCOMPARE(list->horizontalScrollBar()->maximum(), 0);
-        desk.key(Qt::Key_Escape);
-        desk.selector.hidePopup();
+        list->scrollToBottom();
+        click(list->viewport(), placeOf(list, endless));
+        QCOMPARE(desk.chosen(), endless);
+
+        // All of the texts begin below the field's text, chosen or not.
+        desk.close();
+        desk.selector.setCurrentIndex(0);
+        const QWidget *field = desk.selector.lineEdit();
+        const int begin = inkLeft(field, const_cast<QWidget *>(field)->grab().toImage(), desk);
+        desk.open(dropDown, 'C');
+        QCOMPARE(inkLeft(list->viewport(), pictureOf(list, 0), desk), begin);
+        QCOMPARE(inkLeft(list->viewport(), pictureOf(list, 1), desk), begin);
     }
-}
 
-void TestSelectors::tellsAChoiceThatIsCut()
-{
-    Desk desk;
-    const QString fits = QStringLiteral("Camera 1");
-    const QString cut = QStringLiteral("<b>Studio</b> A & B: ") + QString(60, QLatin1Char('x'));
-    desk.add({fits, cut});
-    const auto tip = [&desk](const QString &entry) {
-        desk.selector.setCurrentIndex(SelectorEntries::find(&desk.selector, entry));
+    void tellsApartWhatDiffersInItsBreaks_data()
+    {
+        listRows();
+    }
+
+    void tellsApartWhatDiffersInItsBreaks()
+    {
+        QFETCH(const bool, dropDown);
+        const QStringList texts{
+            "Cam\t1"_s,     "Cam\n1"_s,     "Cam\n2"_s,
+            "Cam\x01 1"_s,  "Cam\x02 1"_s,  "Cam"_s + QString(40, QLatin1Char('\n')),
+            "Cam\u20281"_s, "Cam\u20291"_s, "Cam 1"_s};
+        Desk desk;
+        desk.add(texts);
+        const QListView *list = desk.open(dropDown, 'C');
+        QVector<QImage> pictures;
+        for (int row = 0; row < texts.size(); ++row) {
+            pictures.append(pictureOf(list, row));
+            QVERIFY(pictures.constLast().height() < 2 * list->fontMetrics().height());
+            QCOMPARE(pictures.indexOf(pictures.constLast()), row);
+        }
+        click(list->viewport(), placeOf(list, "Cam\n2"_s));
+        QCOMPARE(desk.selector.currentText(), "Cam\n2"_s);
+        QCOMPARE(desk.chosen(), "Cam\n2"_s);
+    }
+
+    void highlightsTheRowUnderThePointer_data()
+    {
+        listRows();
+    }
+
+    void highlightsTheRowUnderThePointer()
+    {
+        QFETCH(const bool, dropDown);
+        Desk desk;
+        desk.add(cameras(1, 5));
+        const QListView *list = desk.open(dropDown, 'C');
+        moveTo(list->viewport(), placeOf(list, "Camera 4"_s));
+        const auto background = [list](int row) {
+            return pictureOf(list, row).pixelColor(1, 1);
+        };
+        QTRY_VERIFY(background(3).blue() > background(1).blue() + 50);
+        moveTo(list->viewport(), placeOf(list, "Camera 2"_s));
+        QTRY_VERIFY(background(1).blue() > background(3).blue() + 50);
+        desk.key(Qt::Key_Return);
+        QCOMPARE(desk.chosen(), dropDown ? "Camera 2"_s : QString());
+    }
+
+    void tellsAChoiceThatIsCut()
+    {
+        Desk desk;
+        const QString fits = "Camera 1"_s;
+        const QString cut = "<b>Studio</b> A & B: "_s + QString(60, QLatin1Char('x'));
+        desk.add({fits, cut});
+        const auto tip = [&desk](const QString &entry) {
+            desk.selector.setCurrentIndex(desk.entries->find(entry));
+            QHelpEvent event(QEvent::ToolTip, {5, 5}, desk.selector.mapToGlobal({5, 5}));
+            QCoreApplication::sendEvent(desk.selector.lineEdit(), &event);
+            return QToolTip::text();
+        };
+        QCOMPARE(tip(fits), QString());
+        // Letter by letter: the text is a node's.
+        const QString shown = tip(cut);
+        QVERIFY(Qt::mightBeRichText(shown));
+        QCOMPARE(QTextDocumentFragment::fromHtml(shown).toPlainText(), cut);
+        desk.selector.setEditText(cut + QLatin1Char('y'));
         QHelpEvent event(QEvent::ToolTip, {5, 5}, desk.selector.mapToGlobal({5, 5}));
+        QToolTip::hideText();
         QCoreApplication::sendEvent(desk.selector.lineEdit(), &event);
-        return QToolTip::text();
-    };
-    QCOMPARE(tip(fits), QString());
-    // Letter by letter: the text is a node's.
-    const QString shown = tip(cut);
-    QVERIFY(Qt::mightBeRichText(shown));
-    QCOMPARE(QTextDocumentFragment::fromHtml(shown).toPlainText(), cut);
-    desk.selector.setEditText(cut + QLatin1Char('y'));
-    QHelpEvent event(QEvent::ToolTip, {5, 5}, desk.selector.mapToGlobal({5, 5}));
-    QToolTip::hideText();
-    QCoreApplication::sendEvent(desk.selector.lineEdit(), &event);
-    QTRY_COMPARE(QToolTip::text(), QString());
-}
+        QTRY_COMPARE(QToolTip::text(), QString());
+    }
 
-void TestSelectors::namesItsFieldToAssistiveTechnology()
-{
-    Window w;
-    QCOMPARE(w.tx->lineEdit()->accessibleName(), QStringLiteral("Transmitter IP"));
-    QCOMPARE(w.rx->lineEdit()->accessibleName(), QStringLiteral("Receiver IP"));
-}
+    void namesItsFieldToAssistiveTechnology()
+    {
+        const Desk desk;
+        QCOMPARE(desk.selector.lineEdit()->accessibleName(), "Node"_s);
+    }
+};
 
 NODEPATCH_TEST_MAIN(TestSelectors)
 #include "tst_selectors.moc"

@@ -22,9 +22,8 @@ constexpr int maximumRedirects = 3;
 const QLatin1String http("http");
 const QLatin1String https("https");
 
-// Where a request goes: to the feed's server, with or without a proxy that Qt's socket talks to, or
-// to a proxy that is asked for the address itself. Many HTTP proxies let nobody through to port 80,
-// so only https goes through them.
+// Where a request goes. https: to the server, through the socket's proxy. http with an HTTP proxy:
+// to the proxy with the full URL, because many refuse CONNECT to port 80.
 struct Route {
     QString host;
     quint16 port;
@@ -108,12 +107,12 @@ QByteArray exchange(const QUrl &address, const QDeadlineTimer &deadline, bool *i
 
     socket.setProxy(route.proxy);
     socket.setReadBufferSize(maximumAnswer);
-    // In the loop, which a failure would else quit before it runs.
+    // From within the loop: an immediate failure would quit() before exec().
     QTimer::singleShot(0, &socket, [&socket, &route, isSecure] {
         isSecure ? socket.connectToHostEncrypted(route.host, route.port)
                  : socket.connectToHost(route.host, route.port);
     });
-    // The caller's windows are not ready for the operator while they wait for this.
+    // The caller's window is still under construction.
     loop.exec(QEventLoop::ExcludeUserInputEvents);
     *isClosed = socket.error() == QAbstractSocket::RemoteHostClosedError;
     socket.disconnect(&loop);
@@ -125,34 +124,33 @@ QByteArray exchange(const QUrl &address, const QDeadlineTimer &deadline, bool *i
 QUrl redirection(const QUrl &from, const WebAnswer &answer)
 {
     constexpr std::array redirects = {301, 302, 303, 307, 308};
-    const bool isRedirect =
-        std::find(redirects.begin(), redirects.end(), answer.status) != redirects.end();
+    const bool isRedirect = !answer.location.isEmpty()
+        && std::find(redirects.begin(), redirects.end(), answer.status) != redirects.end();
     const QUrl to = from.resolved(QUrl::fromEncoded(answer.location, QUrl::StrictMode));
     const bool isFollowed = to.scheme() == https || (to.scheme() == http && from.scheme() == http);
     return isRedirect && isFollowed && !to.host().isEmpty() ? to : QUrl();
 }
 
-// Leaves the feed's text in body when the result is VXUTIL_NOT_NEWER, that is, when nothing failed.
-int32_t fetch(QUrl address, std::chrono::milliseconds limit, QByteArray *body)
+// The feed's text; nothing, and the reason in failure, when there is none.
+std::optional<QByteArray> fetch(QUrl address, std::chrono::milliseconds limit, int32_t *failure)
 {
     const QDeadlineTimer deadline(limit, Qt::PreciseTimer);
+    *failure = VXUTIL_REFUSED;
     for (int redirects = 0; redirects <= maximumRedirects && address.isValid(); ++redirects) {
         bool isClosed = false;
         const QByteArray received = exchange(address, deadline, &isClosed);
-        if (received.size() > maximumAnswer) {
-            return VXUTIL_BAD_FEED;
-        }
         const std::optional<WebAnswer> answer = readWebAnswer(received, isClosed);
-        if (!answer) {
-            return VXUTIL_NO_ANSWER;
+        if (answer && answer->status / 100 != 2) {
+            address = redirection(address, *answer);
+            continue;
         }
-        if (answer->status / 100 == 2) {
-            *body = answer->body;
-            return VXUTIL_NOT_NEWER;
+        if (answer && received.size() <= maximumAnswer) {
+            return answer->body;
         }
-        address = redirection(address, *answer);
+        *failure = received.size() > maximumAnswer ? VXUTIL_BAD_FEED : VXUTIL_NO_ANSWER;
+        break;
     }
-    return VXUTIL_REFUSED;
+    return std::nullopt;
 }
 
 // Nothing for any other text than one to four numbers with dots between them. The characters are
@@ -221,8 +219,7 @@ int32_t readReleaseFeed(const QByteArray &body, const QString &application,
 int32_t askReleaseFeed(const QUrl &feed, const QString &application, const Version &installed,
                        std::chrono::milliseconds limit, Release *release)
 {
-    QByteArray body;
-    const int32_t fetched = fetch(feed, limit, &body);
-    return fetched == VXUTIL_NOT_NEWER ? readReleaseFeed(body, application, installed, release)
-                                       : fetched;
+    int32_t failure = VXUTIL_NO_ANSWER;
+    const std::optional<QByteArray> body = fetch(feed, limit, &failure);
+    return body ? readReleaseFeed(*body, application, installed, release) : failure;
 }

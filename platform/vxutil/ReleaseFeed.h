@@ -21,10 +21,11 @@ struct Release {
 
 // Fetches the feed and looks the application up in it. Returns one of the values of VxUtil.h, and
 // fills the release only with VXUTIL_NEWER. Returns within the limit, whatever the server does: the
-// limit covers the exchange as a whole, not the silence between two bytes.
+// limit covers the exchange as a whole, not the silence between two bytes. Only the look-up of the
+// system's proxy, which counts towards the limit, may exceed it.
 int32_t askReleaseFeed(const QUrl &feed, const QString &application, const Version &installed,
                        std::chrono::milliseconds limit, Release *release);
 
-// What askReleaseFeed() does with the feed's text, once that is here.
+// Evaluates the feed's text. Results as for askReleaseFeed().
 int32_t readReleaseFeed(const QByteArray &body, const QString &application,
                         const Version &installed, Release *release);

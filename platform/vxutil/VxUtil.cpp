@@ -7,7 +7,7 @@
 
 namespace {
 
-// Start-up waits for the answer, and nobody is sitting before a window yet who could be told why.
+// Start-up waits, before any window is shown.
 constexpr std::chrono::seconds limit{3};
 
 void put(const QByteArray &text, const char **output)
@@ -23,12 +23,12 @@ int32_t vxOSGetAppVersion(const char *applicationKey, int32_t major, int32_t min
                           const char **newestVersion, const char **downloadUrl,
                           const char **notesUrl)
 {
+    if (applicationKey == nullptr || QCoreApplication::instance() == nullptr) {
+        return VXUTIL_BAD_CALL;
+    }
     const QUrl feed = releaseFeedAddress();
     if (feed.isEmpty()) {
         return VXUTIL_NOT_NEWER;
-    }
-    if (applicationKey == nullptr || QCoreApplication::instance() == nullptr) {
-        return VXUTIL_BAD_CALL;
     }
     const Version installed = {major, minor, third, 0};
     static Release release; // what the returned pointers point into

@@ -1,6 +1,9 @@
 #include "WebAnswer.h"
 
-#include <QList>
+#include <QRegularExpression>
+
+#include <algorithm>
+#include <cctype>
 
 namespace {
 
@@ -30,46 +33,88 @@ void readField(const QByteArray &line, Head *head)
     }
 }
 
-// The head that counts: interim answers (1xx) come before it.
+// Takes a line that ends in CRLF or in LF alone; nothing while its end is missing.
+std::optional<QByteArray> takeLine(const QByteArray &text, int *at)
+{
+    const int end = text.indexOf('\n', *at);
+    if (end < 0) {
+        return std::nullopt;
+    }
+    QByteArray line = text.mid(*at, end - *at);
+    *at = end + 1;
+    if (line.endsWith('\r')) {
+        line.chop(1);
+    }
+    return line;
+}
+
+// Nothing for what is no status line.
+std::optional<int> statusOf(const QByteArray &line)
+{
+    static const QRegularExpression pattern(QStringLiteral("^HTTP/1\\.[0-9] ([0-9]{3})(?: |$)"));
+    const auto match = pattern.match(QString::fromLatin1(line));
+    return match.hasMatch() ? std::optional<int>(match.captured(1).toInt()) : std::nullopt;
+}
+
+// Skips interim answers (1xx).
 std::optional<Head> readHead(const QByteArray &received)
 {
-    const QByteArray version("HTTP/1.1 ");
     Head head;
     do {
-        const int begin = head.end;
-        const int end = received.indexOf("\r\n\r\n", begin);
-        if (end < 0 || received.mid(begin, 7) != version.left(7)) {
+        int at = head.end;
+        std::optional<QByteArray> line = takeLine(received, &at);
+        const std::optional<int> status = line ? statusOf(*line) : std::nullopt;
+        if (!status) {
             return std::nullopt;
         }
         head = Head();
-        head.status = received.mid(begin + version.size(), 3).toInt();
-        head.end = end + 4;
-        const QList<QByteArray> lines = received.mid(begin, end - begin).split('\n');
-        for (const QByteArray &line : lines) {
-            readField(line, &head);
+        head.status = *status;
+        line = takeLine(received, &at);
+        while (line && !line->isEmpty()) {
+            readField(*line, &head);
+            line = takeLine(received, &at);
         }
+        if (!line) {
+            return std::nullopt;
+        }
+        head.end = at;
     } while (head.status / 100 == 1);
     return head;
 }
 
-// Trailer fields are left where they are.
-std::optional<QByteArray> readChunks(const QByteArray &received, int begin)
+// Nothing for a line that begins with anything but a hexadecimal number. (toInt() takes signs,
+// blanks and "0x" along.)
+std::optional<int> chunkSize(const QByteArray &line)
+{
+    const auto *const end = std::find_if_not(line.cbegin(), line.cend(), [](char c) {
+        return std::isxdigit(static_cast<unsigned char>(c)) != 0;
+    });
+    const auto count = static_cast<int>(end - line.cbegin());
+    const QByteArray rest = line.mid(count).trimmed();
+    bool isNumber = false;
+    const int size = line.left(count).toInt(&isNumber, 16);
+    const bool isSize = isNumber && (rest.isEmpty() || rest.startsWith(';'));
+    return isSize ? std::optional<int>(size) : std::nullopt;
+}
+
+// Trailers are ignored.
+std::optional<QByteArray> readChunks(const QByteArray &received, int at)
 {
     QByteArray body;
-    for (int end = received.indexOf("\r\n", begin); end >= 0;
-         end = received.indexOf("\r\n", begin)) {
-        const QByteArray line = received.mid(begin, end - begin);
-        bool isNumber = false;
-        const int size = line.split(';').constFirst().trimmed().toInt(&isNumber, 16);
-        begin = end + 2;
-        if (isNumber && size == 0) {
+    while (const std::optional<QByteArray> line = takeLine(received, &at)) {
+        const std::optional<int> size = chunkSize(*line);
+        if (size == 0) {
             return body;
         }
-        if (!isNumber || size < 0 || size > received.size() - begin) {
+        if (!size || *size > received.size() - at) {
             break;
         }
-        body += received.mid(begin, size);
-        begin += size + 2;
+        body += received.mid(at, *size);
+        at += *size;
+        const std::optional<QByteArray> end = takeLine(received, &at);
+        if (!end || !end->isEmpty()) {
+            break;
+        }
     }
     return std::nullopt;
 }
@@ -83,7 +128,7 @@ std::optional<WebAnswer> readWebAnswer(const QByteArray &received, bool isClosed
         return std::nullopt;
     }
     WebAnswer answer{head->status, head->location, {}};
-    if (head->status == 204 || head->status == 304) {
+    if (head->status / 100 != 2 || head->status == 204) {
         return answer;
     }
     if (head->isChunked) {

@@ -1,6 +1,7 @@
 #include "discovery/BrowserWindow.h"
 
 #include "discovery/ServiceModel.h"
+#include "net/Utf8.h"
 
 #include <qmdnsengine/resolver.h>
 
@@ -67,7 +68,7 @@ void makeCopyable(QTableWidget *table)
 // What a node says is there to be read, not to be edited.
 QTableWidgetItem *newCell(const QByteArray &text)
 {
-    auto *cell = new QTableWidgetItem(QString::fromUtf8(text));
+    auto *cell = new QTableWidgetItem(utf8Text(text));
     cell->setFlags(cell->flags() & ~Qt::ItemIsEditable);
     return cell;
 }

@@ -2,8 +2,9 @@
 
 #include "discovery/MdnsServer.h"
 #include "net/JsonText.h"
-#include "net/NodeAccess.h"
+#include "net/NodeRequest.h"
 #include "net/ResponseBody.h"
+#include "net/Utf8.h"
 
 #include <qmdnsengine/resolver.h>
 
@@ -25,7 +26,7 @@ QMap<QString, QString> decoded(const QMap<QByteArray, QByteArray> &attributes)
 {
     QMap<QString, QString> txt;
     for (auto it = attributes.cbegin(); it != attributes.cend(); ++it) {
-        txt.insert(QString::fromUtf8(it.key()), QString::fromUtf8(it.value()));
+        txt.insert(utf8Text(it.key()), utf8Text(it.value()));
     }
     return txt;
 }
@@ -120,8 +121,8 @@ void NMOSMdnsBrowser::onServiceAdded(const QMdnsEngine::Service &svc)
 void NMOSMdnsBrowser::onServiceUpdated(const QMdnsEngine::Service &svc)
 {
     const QPointer<NMOSMdnsBrowser> self(this);
-    emit nodeDiscovered(QString::fromUtf8(svc.name()), QString::fromUtf8(svc.hostname()),
-                        svc.port(), decoded(svc.attributes()));
+    emit nodeDiscovered(utf8Text(svc.name()), utf8Text(svc.hostname()), svc.port(),
+                        decoded(svc.attributes()));
     // A listener may have stopped or destroyed this object.
     if (self && started) {
         resolveAndFetch(svc);
@@ -130,15 +131,14 @@ void NMOSMdnsBrowser::onServiceUpdated(const QMdnsEngine::Service &svc)
 
 void NMOSMdnsBrowser::onServiceRemoved(const QMdnsEngine::Service &svc)
 {
-    emit nodeRemoved(QString::fromUtf8(svc.name()));
+    emit nodeRemoved(utf8Text(svc.name()));
 }
 
 void NMOSMdnsBrowser::resolveAndFetch(const QMdnsEngine::Service &svc)
 {
     const auto attributes = svc.attributes();
-    const QString scheme = QString::fromUtf8(attributes.value("api_proto", "http"));
-    const QString version =
-        selectApiVersion(QString::fromUtf8(attributes.value("api_ver", "v1.3")));
+    const QString scheme = utf8Text(attributes.value("api_proto", "http"));
+    const QString version = selectApiVersion(utf8Text(attributes.value("api_ver", "v1.3")));
     auto *const resolver =
         new QMdnsEngine::Resolver(server.get(), svc.hostname(), cache.get(), this);
     connect(resolver, &QMdnsEngine::Resolver::resolved, this,
@@ -165,12 +165,12 @@ void NMOSMdnsBrowser::fetchSelf(const QHostAddress &address, const QString &sche
             Qt::QueuedConnection);
         return;
     }
-    requests.enqueue([this, url, svc] { return sendRequest(url, svc); });
+    requests.enqueue(url, [this, url, svc] { return sendRequest(url, svc); });
 }
 
 QNetworkReply *NMOSMdnsBrowser::sendRequest(const QUrl &url, const QMdnsEngine::Service &svc)
 {
-    QNetworkReply *const reply = network.get(ResponseBody::requestFor(url));
+    QNetworkReply *const reply = network.get(nodeRequest(url));
     auto *const body = new ResponseBody(reply, maximumSelfBody, reply);
     connect(reply, &QNetworkReply::finished, this,
             [this, reply, body, url, svc] { handleSelfReply(reply, body, url, svc); });
@@ -204,13 +204,13 @@ void NMOSMdnsBrowser::handleSelfReply(QNetworkReply *reply, ResponseBody *body, 
         return;
     }
     const QJsonDocument document = parseJson(text);
-    emit nodeSelfReady(QString::fromUtf8(svc.name()), url, document);
+    emit nodeSelfReady(utf8Text(svc.name()), url, document);
     qInfo().noquote() << (document.isNull() ? "OK (non-JSON)" : "OK") << url.toString();
 }
 
 void NMOSMdnsBrowser::reportFailure(const QMdnsEngine::Service &svc, const QUrl &url,
                                     const QString &errorString)
 {
-    emit nodeError(QString::fromUtf8(svc.name()), url, errorString);
+    emit nodeError(utf8Text(svc.name()), url, errorString);
     qWarning().noquote() << "GET" << url.toString() << "failed:" << errorString;
 }

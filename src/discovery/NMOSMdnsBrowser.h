@@ -1,7 +1,7 @@
 #pragma once
 
-#include "discovery/RequestGate.h"
 #include "discovery/ServiceMetaType.h"
+#include "net/RequestGate.h"
 
 #include <qmdnsengine/browser.h>
 #include <qmdnsengine/cache.h>

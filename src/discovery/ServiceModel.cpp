@@ -1,5 +1,7 @@
 #include "discovery/ServiceModel.h"
 
+#include "net/Utf8.h"
+
 #include <algorithm>
 
 ServiceModel::ServiceModel(QMdnsEngine::Server *server, const QByteArray &type)
@@ -26,8 +28,7 @@ QVariant ServiceModel::data(const QModelIndex &index, int role) const
     const QMdnsEngine::Service &service = services.at(index.row());
     switch (role) {
     case Qt::DisplayRole:
-        return QStringLiteral("%1 (%2)").arg(QString::fromUtf8(service.name()),
-                                             QString::fromUtf8(service.type()));
+        return QStringLiteral("%1 (%2)").arg(utf8Text(service.name()), utf8Text(service.type()));
     case Qt::UserRole:
         return QVariant::fromValue(service);
     default:

@@ -1,7 +1,6 @@
 #include "net/ResponseBody.h"
 
 #include <QNetworkReply>
-#include <QUrl>
 
 #include <zlib.h>
 
@@ -19,18 +18,6 @@ constexpr qint64 readAheadInChunks = 64 * 1024;
 constexpr int gzipOrZlib = MAX_WBITS + 32;
 // Some servers send "deflate" without its wrapper.
 constexpr int rawDeflate = -MAX_WBITS;
-
-// The Host header for an address with a zone; empty for any other, whose header Qt gets right.
-QByteArray hostWithoutZone(const QUrl &url)
-{
-    const QString host = url.host();
-    const int zone = host.indexOf(QLatin1Char('%'));
-    if (zone < 0 || !host.contains(QLatin1Char(':'))) {
-        return {};
-    }
-    const QByteArray address = '[' + host.left(zone).toLatin1() + ']';
-    return url.port() < 0 ? address : address + ':' + QByteArray::number(url.port());
-}
 
 // Null when the bytes are not in that format or not whole. Stops once there is more than the limit.
 QByteArray inflated(const QByteArray &packed, int format, qint64 limit)
@@ -56,21 +43,6 @@ QByteArray inflated(const QByteArray &packed, int format, qint64 limit)
 }
 
 } // namespace
-
-QNetworkRequest ResponseBody::requestFor(const QUrl &url)
-{
-    QUrl target = url;
-    target.setUserInfo(QString());
-    QNetworkRequest request(target);
-    // The value that Qt sends by default. Setting it ourselves turns Qt's automatic decompression
-    // off; text() unpacks instead.
-    request.setRawHeader("Accept-Encoding", "gzip, deflate");
-    const QByteArray host = hostWithoutZone(target);
-    if (!host.isEmpty()) {
-        request.setRawHeader("Host", host);
-    }
-    return request;
-}
 
 ResponseBody::ResponseBody(QNetworkReply *reply, qint64 limit, QObject *parent)
     : QObject(parent)

@@ -1,12 +1,10 @@
 #pragma once
 
 #include <QByteArray>
-#include <QNetworkRequest>
 #include <QObject>
 #include <QString>
 
 class QNetworkReply;
-class QUrl;
 
 // Takes the body of a network reply as it arrives, and no more of it than a bound, whatever the
 // peer sends and however fast. By itself QNetworkAccessManager keeps all that comes in. Its thread
@@ -21,14 +19,7 @@ class ResponseBody final : public QObject {
     Q_DISABLE_COPY_MOVE(ResponseBody)
 
 public:
-    // The request for a reply whose body is to be taken: what QNetworkAccessManager sends by itself
-    // for this URL, but the body is handed over as it was sent; the zone of a link-local address
-    // stays out of the Host header (RFC 6874, section 4); and the URL's user name and password are
-    // dropped. With them, Qt answers the challenges of a peer that never stops asking (Digest with
-    // "stale=true", NTLM) some 2,500 times a second.
-    static QNetworkRequest requestFor(const QUrl &url);
-
-    // reply: must have been made in this turn of the event loop, from requestFor(). limit: bytes,
+    // reply: must have been made in this turn of the event loop, with nodeRequest(). limit: bytes,
     // of the body on the wire as well as unpacked.
     ResponseBody(QNetworkReply *reply, qint64 limit, QObject *parent = nullptr);
 

@@ -1,6 +1,7 @@
 #include "nmos/IntakeQueue.h"
 
-#include "nmos/SyncHttp.h"
+#include "net/NestedWait.h"
+#include "net/SyncHttp.h"
 
 #include <QTimer>
 
@@ -11,18 +12,16 @@ using std::chrono::milliseconds;
 
 namespace {
 
-// Nodes answer within a few milliseconds, patches are applied within a few seconds.
+// Nodes answer within a few milliseconds.
 constexpr milliseconds stalledAfter = 300ms;
-constexpr milliseconds commandStalledAfter = 10s;
 
 // How soon to look again while a request waits.
 constexpr milliseconds busyInterval = 20ms;
 
-// An intake starts only while fewer requests than this wait.
+// An intake starts only while fewer levels than this are in use.
 int levelsFor(IntakeQueue::Source source)
 {
-    return source == IntakeQueue::Source::Discovery ? maximumRequestDepth - 1
-                                                    : maximumRequestDepth - 2;
+    return source == IntakeQueue::Source::Discovery ? maximumLevels - 1 : maximumLevels - 2;
 }
 
 } // namespace
@@ -34,26 +33,16 @@ IntakeQueue::IntakeQueue(QObject *parent)
 
 void IntakeQueue::add(const QString &host, const QString &name, Source source, Intake intake)
 {
-    const auto same = std::find_if(entries.begin(), entries.end(), [&](const Entry &entry) {
-        return entry.source == source && entry.host == host && entry.name == name;
-    });
-    if (same != entries.end()) {
-        same->intake = std::move(intake);
-        return;
-    }
-    auto place = entries.end();
     if (source == Source::Discovery) {
-        const auto isStored = [](const Entry &entry) {
-            return entry.source == Source::Stored;
+        const auto isReplaced = [&host](const Entry &entry) {
+            return entry.source == Source::Stored && entry.host == host;
         };
-        entries.erase(std::remove_if(entries.begin(), entries.end(),
-                                     [&](const Entry &entry) {
-                                         return isStored(entry) && entry.host == host;
-                                     }),
-                      entries.end());
-        place = std::find_if(entries.begin(), entries.end(), isStored);
+        entries.erase(std::remove_if(entries.begin(), entries.end(), isReplaced), entries.end());
     }
-    entries.insert(place, {host, name, source, std::move(intake)});
+    const Entry entry{host, name, source, std::move(intake)};
+    if (!entries.contains(entry)) {
+        append(entry);
+    }
 }
 
 void IntakeQueue::run()
@@ -69,12 +58,17 @@ void IntakeQueue::run()
         runLater(*delay);
         return;
     }
-    const Intake intake = entries.takeFirst().intake;
+    const Entry entry = entries.takeFirst();
     // Before the intake, which may never return.
     runLater(busyInterval);
     {
-        const QScopedValueRollback<bool> innermost(innermostIsCommand, false);
-        intake();
+        const IntakeScope scope;
+        entry.intake();
+        if (scope.isInterrupted()) {
+            // In place of one that was queued meanwhile: it knows what it has done so far.
+            entries.removeOne(entry);
+            append(entry);
+        }
     }
     // The next one starts from the event loop. A request around this intake may have been answered
     // meanwhile, and its wait ends first. Returning to the event loop also lets finished replies be
@@ -83,22 +77,34 @@ void IntakeQueue::run()
     QMetaObject::invokeMethod(this, &IntakeQueue::run, Qt::QueuedConnection);
 }
 
-// How long the first intake has to wait before it may start, or before it is worth asking again; 0
-// when it may start now. Nothing when the program closes: no intake will start any more.
+// Puts an entry behind those that come from the same source.
+void IntakeQueue::append(const Entry &entry)
+{
+    const auto isStored = [](const Entry &other) {
+        return other.source == Source::Stored;
+    };
+    const auto firstStored = std::find_if(entries.begin(), entries.end(), isStored);
+    entries.insert(entry.source == Source::Discovery ? firstStored : entries.end(), entry);
+}
+
+// Time until the first intake may start or should be checked again; none when the program closes:
+// no intake will start any more.
 std::optional<milliseconds> IntakeQueue::delayUntilStart(Source source) const
 {
     const RequestActivity activity = requestActivity();
     if (activity.closing) {
         return {};
     }
-    if (activity.depth == 0) {
-        return milliseconds::zero();
-    }
-    if (activity.depth >= levelsFor(source)) {
+    if (NestedWait::isOperatorDue()) {
         return busyInterval;
     }
-    const milliseconds patience = innermostIsCommand ? commandStalledAfter : stalledAfter;
-    return std::clamp(patience - activity.waitTime, milliseconds::zero(), busyInterval);
+    if (activity.levels == 0) {
+        return milliseconds::zero();
+    }
+    if (activity.levels >= levelsFor(source)) {
+        return busyInterval;
+    }
+    return std::clamp(stalledAfter - activity.waitTime, milliseconds::zero(), busyInterval);
 }
 
 void IntakeQueue::runLater(milliseconds delay)
@@ -113,9 +119,4 @@ void IntakeQueue::runLater(milliseconds delay)
         timerPending = false;
         run();
     });
-}
-
-IntakeQueue::OperatorCommand::OperatorCommand(IntakeQueue *queue)
-    : innermost(queue->innermostIsCommand, true)
-{
 }

@@ -1,11 +1,11 @@
 #include "nmos/NmosClient.h"
 
 #include "net/JsonText.h"
-#include "net/NodeAccess.h"
+#include "net/NodeRequest.h"
+#include "net/SyncHttp.h"
+#include "net/Utf8.h"
 #include "nmos/NmosNames.h"
 #include "nmos/NodeRecords.h"
-#include "nmos/RequestUrl.h"
-#include "nmos/SyncHttp.h"
 
 #include <QDebug>
 #include <QJsonObject>
@@ -55,7 +55,7 @@ QJsonArray NmosClient::getJsonArray(const QString &url)
         qWarning() << "Unable to connect:" << error;
         return {};
     }
-    return NodeRecords::parse(body);
+    return parseJson(body).array();
 }
 
 bool NmosClient::hasReceivers(const QString &host)
@@ -167,11 +167,11 @@ bool NmosClient::patchStaged(const QString &host, QLatin1String collection, cons
 bool NmosClient::fetchSenderSdp(const SenderLookup &sender, QString *sdp)
 {
     int status = 0;
-    const QByteArray body = syncGet(manager, sender.manifestHref, &status);
+    const QByteArray body = syncGetWithCredentials(manager, sender.manifestHref, &status);
     if (!isSuccess(status) || body.isEmpty()) {
         return false;
     }
-    *sdp = QString::fromUtf8(body);
+    *sdp = utf8Text(body);
     return true;
 }
 

@@ -116,7 +116,8 @@ public:
     bool fillDeviceSenders(SenderLookup *sender);
 
     // Reads the sender's SDP from its manifestHref. True, with the text in sdp, when the answer is
-    // 2xx and not empty; else sdp stays untouched. One GET.
+    // 2xx and not empty; else sdp stays untouched. One GET; a second one with the address's user
+    // name and password, when it has them and the server wants them (401).
     bool fetchSenderSdp(const SenderLookup &sender, QString *sdp);
 
     // Makes the sender activate its staged parameters at once (IS-05 PATCH of

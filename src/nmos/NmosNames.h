@@ -1,6 +1,6 @@
 #pragma once
 
-#include "net/NodeAccess.h"
+#include "net/NodeRequest.h"
 
 #include <QString>
 #include <QStringBuilder>

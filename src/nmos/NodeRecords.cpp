@@ -1,6 +1,5 @@
 #include "nmos/NodeRecords.h"
 
-#include "net/JsonText.h"
 #include "nmos/NmosNames.h"
 
 #include <QHash>
@@ -14,8 +13,7 @@ QString text(const QJsonObject &resource, QLatin1String key)
     return resource.value(key).toString();
 }
 
-// Whether the member is a string and equal: a missing or null one does not even match an empty
-// text.
+// A missing or null member matches nothing, not even empty text.
 bool isText(const QJsonObject &resource, QLatin1String key, const QString &wanted)
 {
     const QJsonValue value = resource.value(key);
@@ -44,7 +42,7 @@ QString displayNameFor(const QString &nodeName, const QString &host, const QStri
     return nodeName % QLatin1String(" (") % host % QLatin1Char('-') % label % QLatin1Char(')');
 }
 
-// The ids that the first device that holds the given one has in its list of that name.
+// The given list of the first device that contains id.
 QSet<QString> deviceMembers(const QJsonArray &devices, QLatin1String list, const QString &id)
 {
     for (const QJsonValue &device : devices) {
@@ -70,11 +68,6 @@ bool isMember(const QSet<QString> &ids, const QJsonObject &resource)
 }
 
 } // namespace
-
-QJsonArray NodeRecords::parse(const QByteArray &body)
-{
-    return parseJson(body).array();
-}
 
 QList<NmosClient::ReceiverConnection> NodeRecords::listReceivers(const QJsonArray &receivers,
                                                                  const QString &host,

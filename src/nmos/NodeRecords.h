@@ -2,18 +2,13 @@
 
 #include "nmos/NmosClient.h"
 
-#include <QByteArray>
 #include <QJsonArray>
 #include <QList>
 #include <QString>
 
-// What the collections of a node (AMWA IS-04 v1.3, Node API) say, once they are here. The contracts
-// are those of the NmosClient operations that ask for the collections and pass them on. Nothing
-// that a node can send is refused: what does not fit is passed over.
+// Reads the collections of a node (AMWA IS-04 v1.3, Node API). Each function is the part of the
+// NmosClient operation of that name that needs no network. Malformed elements are skipped.
 namespace NodeRecords {
-
-// A response body as a collection; empty when it is no JSON array.
-QJsonArray parse(const QByteArray &body);
 
 QList<NmosClient::ReceiverConnection> listReceivers(const QJsonArray &receivers,
                                                     const QString &host, const QString &nodeName);

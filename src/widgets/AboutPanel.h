@@ -4,5 +4,6 @@ class QFrame;
 class QWidget;
 
 // Makes the About panel: a frameless window of 300 by 300 pixels with the program's icon, name,
-// version and web site. It is hidden, belongs to its parent, and shows and hides only when told to.
+// version and web site. It belongs to its parent, is hidden at first, and never shows or hides
+// itself.
 QFrame *newAboutPanel(QWidget *parent);

@@ -2,8 +2,7 @@
 
 #include <QGuiApplication>
 
-// While one of these lives, the mouse cursor says that the program is busy. They nest: the ordinary
-// cursor is back when the last one has gone.
+// Shows the busy cursor for its lifetime; several may overlap.
 class BusyCursor final {
     Q_DISABLE_COPY_MOVE(BusyCursor)
 

@@ -1,16 +1,20 @@
 #include "widgets/DeviceDialogs.h"
 
+#include "widgets/ModalDialog.h"
 #include "widgets/Placeholder.h"
 
 #include <QAbstractButton>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QFocusEvent>
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QSpinBox>
 #include <QVBoxLayout>
+
+#include <utility>
 
 namespace DeviceDialogs {
 
@@ -24,7 +28,7 @@ QDialogButtonBox *okAndCancel(QDialog *dialog)
     QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
     const auto all = buttons->buttons();
     for (QAbstractButton *button : all) {
-        // Desktop themes still bring the red and green signs of the nineties for these.
+        // Some desktop themes add icons.
         button->setIcon({});
     }
     return buttons;
@@ -35,7 +39,7 @@ QLineEdit *newAddressField(QWidget *parent)
     auto *address = new QLineEdit(parent);
     const QString example = QStringLiteral("e.g. 10.0.0.5 or mydevice.local");
     setMutedPlaceholder(address, example);
-    // All of the example is seen, and the frame has room.
+    // Wide enough for the example and the frame.
     address->setMinimumWidth(
         address->fontMetrics().horizontalAdvance(example + QLatin1String("MMM")));
     address->setToolTip(
@@ -43,12 +47,50 @@ QLineEdit *newAddressField(QWidget *parent)
     return address;
 }
 
+// Selects its text when it gets the focus, so that what is typed replaces it. The mouse press that
+// brings the focus does no more than that: a line edit would place the cursor and deselect.
+class PortField final : public QSpinBox {
+public:
+    explicit PortField(QWidget *parent)
+        : QSpinBox(parent)
+    {
+        lineEdit()->installEventFilter(this);
+    }
+
+protected:
+    void focusInEvent(QFocusEvent *event) override
+    {
+        QSpinBox::focusInEvent(event);
+        if (event->reason() != Qt::ActiveWindowFocusReason
+            && event->reason() != Qt::PopupFocusReason) {
+            selectAll();
+            isBeingClicked = event->reason() == Qt::MouseFocusReason;
+        }
+    }
+
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        switch (event->type()) {
+        case QEvent::MouseButtonPress:
+        case QEvent::MouseMove:
+            return isBeingClicked;
+        case QEvent::MouseButtonRelease:
+            return std::exchange(isBeingClicked, false);
+        default:
+            return QSpinBox::eventFilter(watched, event);
+        }
+    }
+
+private:
+    bool isBeingClicked = false;
+};
+
 QSpinBox *newPortField(QWidget *parent)
 {
-    auto *port = new QSpinBox(parent);
+    auto *port = new PortField(parent);
     port->setRange(1, 65535);
     port->setValue(80);
-    // Ports are typed. The style sheet leaves the arrows dark on dark.
+    // No arrows: the style sheet paints them dark on dark.
     port->setButtonSymbols(QAbstractSpinBox::NoButtons);
     return port;
 }
@@ -67,13 +109,14 @@ std::optional<Answer> askForDevice(QWidget *parent, const QString &title)
     auto *layout = new QVBoxLayout(&dialog);
     layout->addLayout(form);
     layout->addWidget(okAndCancel(&dialog));
-    if (dialog.exec() != QDialog::Accepted) {
+    if (runModal(&dialog) != QDialog::Accepted) {
         return {};
     }
     return Answer{address->text().trimmed(), port->value()};
 }
 
-std::optional<int> askWhichToRemove(QWidget *parent, const QString &title, const QStringList &hosts)
+std::optional<QString> askWhichToRemove(QWidget *parent, const QString &title,
+                                        const QStringList &hosts)
 {
     QDialog dialog(parent);
     dialog.setWindowTitle(title);
@@ -86,10 +129,13 @@ std::optional<int> askWhichToRemove(QWidget *parent, const QString &title, const
     layout->addWidget(label);
     layout->addWidget(list);
     layout->addWidget(okAndCancel(&dialog));
-    if (dialog.exec() != QDialog::Accepted || list->currentRow() < 0) {
+    const int result = runModal(&dialog);
+    // The current row would name a line whose mark the operator has taken away.
+    const auto marked = list->selectedItems();
+    if (result != QDialog::Accepted || marked.isEmpty()) {
         return {};
     }
-    return list->currentRow();
+    return marked.constFirst()->text();
 }
 
 } // namespace DeviceDialogs

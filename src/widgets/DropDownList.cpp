@@ -1,21 +1,86 @@
 #include "widgets/DropDownList.h"
 
+#include <QApplication>
 #include <QComboBox>
+#include <QMouseEvent>
+#include <QPointer>
 #include <QScreen>
+#include <QStyleOptionComboBox>
+#include <QWindow>
+
+namespace {
+
+// Gives a window the mouse until a button is released, as any window has it that is pressed.
+class MouseHold final : public QObject {
+public:
+    explicit MouseHold(QWindow *held)
+        : QObject(held)
+        , window(held)
+    {
+        window->setMouseGrabEnabled(true);
+        QCoreApplication::instance()->installEventFilter(this);
+    }
+
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::MouseButtonRelease && watched->isWindowType()) {
+            window->setMouseGrabEnabled(false);
+            QCoreApplication::instance()->removeEventFilter(this);
+            deleteLater();
+        }
+        return false;
+    }
+
+private:
+    QWindow *window;
+};
+
+// QApplication does so for the window system's own events only.
+void giveFocus(QWidget *pressed)
+{
+    while (pressed && !(pressed->isEnabled() && (pressed->focusPolicy() & Qt::ClickFocus))) {
+        pressed = pressed->isWindow() ? nullptr : pressed->parentWidget();
+    }
+    if (pressed) {
+        pressed->setFocus(Qt::MouseFocusReason);
+    }
+}
+
+// Passes a press on to the program's window under the pointer.
+void passOn(const QMouseEvent &press)
+{
+    const QPointer<QWindow> below = QGuiApplication::topLevelAt(press.globalPos());
+    const QWidget *modal = QApplication::activeModalWidget();
+    if (!below || (modal && modal->windowHandle() != below)) {
+        return;
+    }
+    if (below != QGuiApplication::focusWindow()) {
+        below->raise();
+        below->requestActivate();
+    }
+    giveFocus(QApplication::widgetAt(press.globalPos()));
+    const QPointF position = below->mapFromGlobal(press.globalPos());
+    QMouseEvent event(QEvent::MouseButtonPress, position, position, press.screenPos(),
+                      press.button(), press.buttons(), press.modifiers(), press.source());
+    event.setTimestamp(press.timestamp());
+    QCoreApplication::sendEvent(below, &event);
+    // Another pop-up takes the mouse itself.
+    if (below && !QApplication::activePopupWidget()) {
+        new MouseHold(below);
+    }
+}
+
+} // namespace
 
 DropDownList::DropDownList(QComboBox *owner)
-    : selector(owner)
+    : EntryList(owner, nullptr)
 {
-    owner->setMaxVisibleItems(visibleRows);
-    owner->setView(this);
-    // QComboBox has made it disregard the width that it asks for.
-    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Ignored);
 }
 
 QSize DropDownList::minimumSizeHint() const
 {
-    const int room =
-        selector->screen()->availableGeometry().right() - selector->mapToGlobal(QPoint(0, 0)).x();
+    const int room = selector->screen()->availableGeometry().right() + 1
+        - selector->mapToGlobal(QPoint(0, 0)).x();
     return {qMin(wantedWidth(), room), 0};
 }
 
@@ -40,7 +105,7 @@ void DropDownList::rowsAboutToBeRemoved(const QModelIndex &parent, int start, in
 
 void DropDownList::currentChanged(const QModelIndex &current, const QModelIndex &previous)
 {
-    // Typing in the list searches the model, rows that are held back included.
+    // Typing also finds hidden rows.
     if (current.isValid() && isRowHidden(current.row())) {
         setCurrentIndex(previous);
         return;
@@ -48,9 +113,58 @@ void DropDownList::currentChanged(const QModelIndex &current, const QModelIndex 
     EntryList::currentChanged(current, previous);
 }
 
+// Receives all events of the program while the list is open.
+bool DropDownList::eventFilter(QObject *watched, QEvent *event)
+{
+    if (!watched->isWindowType()
+        || (event->type() != QEvent::MouseButtonPress
+            && event->type() != QEvent::MouseButtonDblClick)) {
+        return EntryList::eventFilter(watched, event);
+    }
+    const auto *press = static_cast<QMouseEvent *>(event);
+    if (!closesOn(press->globalPos())) {
+        return false;
+    }
+    // Under X11 the press is the list's, which has grabbed the mouse. Elsewhere it may come to the
+    // window below, which gets it now that the list is closed.
+    const bool grabbed = watched == window()->windowHandle();
+    selector->hidePopup();
+    if (grabbed) {
+        passOn(*press);
+    }
+    return grabbed;
+}
+
+bool DropDownList::closesOn(const QPoint &globalPosition) const
+{
+    QStyleOptionComboBox option;
+    option.initFrom(selector);
+    option.editable = true;
+    option.subControls = QStyle::SC_All;
+    const QStyle::SubControl hit = selector->style()->hitTestComplexControl(
+        QStyle::CC_ComboBox, &option, selector->mapFromGlobal(globalPosition), selector);
+    return hit != QStyle::SC_ComboBoxArrow && !window()->geometry().contains(globalPosition);
+}
+
+void DropDownList::showEvent(QShowEvent *event)
+{
+    EntryList::showEvent(event);
+    // On a screen that is too low, QComboBox takes all of the height and cuts a row.
+    QRect place = window()->geometry();
+    const int excess = height() - heightOf(rowsWithin(height()));
+    if (place.top() < selector->mapToGlobal(QPoint(0, 0)).y()) {
+        place.setTop(place.top() + excess);
+    } else {
+        place.setBottom(place.bottom() - excess);
+    }
+    window()->setGeometry(place);
+    QCoreApplication::instance()->installEventFilter(this);
+}
+
 void DropDownList::hideEvent(QHideEvent *event)
 {
     EntryList::hideEvent(event);
+    QCoreApplication::instance()->removeEventFilter(this);
     // QComboBox closes the list before it chooses the row.
     QMetaObject::invokeMethod(this, &DropDownList::settle, Qt::QueuedConnection);
 }
@@ -65,5 +179,12 @@ void DropDownList::settle()
     }
     holding = false;
     updateGeometry();
+    // Qt does not notice when the pointer leaves the selector while the list is open, and would
+    // leave its border blue.
+    if (!selector->rect().contains(selector->mapFromGlobal(QCursor::pos()))) {
+        QEvent leave(QEvent::Leave);
+        QCoreApplication::sendEvent(selector, &leave);
+        selector->update();
+    }
     emit closed();
 }

@@ -4,18 +4,22 @@
 
 class QComboBox;
 
-// The list in the drop-down of a selector. Its rows hold still while it is open: entries that come
-// meanwhile are in the combo box's model at once, but show only when the list is opened again.
-// Rows that leave the model are not held back; see SelectorEntries::remove() for those.
+// The list in the drop-down of a selector. Rows do not move while it is open: added ones are in the
+// combo box's model at once, but are hidden until the list is opened again. Rows that leave the
+// model are not held back (see Selector::remove()).
+//
+// A press beside the open list closes it and does what it would do without the list, unless it
+// falls on the arrow that opened it. QComboBox keeps such a press to itself.
 class DropDownList final : public EntryList {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(DropDownList)
 
 public:
-    // Becomes the selector's view and is owned by it.
+    // For the combo box's setView(), which makes it the list's owner.
     explicit DropDownList(QComboBox *owner);
 
-    // As wide as the longest entry needs, within the selector's screen.
+    // As wide as the longest entry needs, but no wider than from the field's left edge to that of
+    // the screen.
     QSize minimumSizeHint() const override;
 
 signals:
@@ -23,14 +27,16 @@ signals:
     void closed();
 
 protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
     void rowsInserted(const QModelIndex &parent, int start, int end) override;
     void rowsAboutToBeRemoved(const QModelIndex &parent, int start, int end) override;
     void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
+    void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;
 
 private:
+    bool closesOn(const QPoint &globalPosition) const;
     void settle();
 
-    QComboBox *selector;
     bool holding = false; // whether rows are held back
 };

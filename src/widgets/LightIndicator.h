@@ -3,10 +3,10 @@
 #include <QColor>
 #include <QWidget>
 
-// A small round lamp, grey while off and of its colour, a medium green from the start, while on.
-// The disc fills the smaller side of the widget and sits in its centre; nothing else is painted.
+// A small round lamp: grey while off, its colour (a medium green at first) while on. The disc is in
+// the centre of the widget and as wide as its smaller side; nothing else is painted.
 //
-// Assistive technology hears "On" or "Off" as the lamp's description, when it changes, too.
+// The accessible description is "On" or "Off".
 class LightIndicator final : public QWidget {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(LightIndicator)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QMessageBox>
 #include <QString>
 
@@ -10,16 +11,44 @@ struct Message {
     QString text;
 };
 
-// Shows a message in a modal box with one OK button over the parent, and returns when the operator
-// has closed it. The text is shown as plain text, since it may come from a node. The platform's
-// copy shortcut puts what is selected of it on the clipboard, or else all of it.
+// A message box as this program shows them. It comes up while the operator does something else, and
+// its text may come from a node. So
+//  - the text is plain text, and can be selected by mouse and keyboard. The platform's copy
+//  shortcut
+//    puts what is selected of it on the clipboard, or else all of it;
+//  - the mouse works at once, but no key does for the first half second that the box is on the
+//    screen, nor does one that is held down since then: it was meant for something else;
+//  - the box fits the screen of its parent. A long text makes it wider before it makes it higher,
+//    and scrolls only when it fits at no width.
+class MessageBox final : public QMessageBox {
+    Q_DISABLE_COPY_MOVE(MessageBox)
+
+public:
+    MessageBox(const Message &message, StandardButtons buttons, QWidget *parent);
+    ~MessageBox() override = default;
+
+protected:
+    bool event(QEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+
+private:
+    bool isOwn(const QObject *object) const;
+    bool takesKeys(const QKeyEvent &key);
+    QString copiedText() const;
+    void fitScreen();
+    // Puts a view that scrolls in place of the text's label.
+    void scrollText();
+
+    QElapsedTimer onScreen; // invalid before the box is painted
+    bool awake = false; // keys have an effect
+};
+
+// Shows a message in a modal box with one OK button over the parent, and returns as soon as the
+// operator has closed it, whatever intakes wait for by then; a command that waited before goes on
+// after that. While the program closes, no box comes up (see widgets/ModalDialog.h).
 void showMessage(QWidget *parent, const Message &message);
 
-// A text from a node as it stands in a message: no more than its first thousand characters. A node
-// may send any length: four thousand characters make a box higher than the screen, and laying out
-// 400 KB takes four seconds.
+// Shortens a node's text to a thousand characters, as it is shown in messages. A node may send any
+// length, and laying out 400 KB takes four seconds.
 QString shownNodeText(const QString &text);
-
-// Makes the text of a box plain, and lets the mouse, the keyboard alone and the platform's copy
-// shortcut take it to the clipboard.
-void makeTextPlain(QMessageBox *box);

@@ -5,9 +5,9 @@
 
 namespace {
 
-class Muting final : public QObject {
+class PlaceholderColour final : public QObject {
 public:
-    explicit Muting(QLineEdit *lineEdit)
+    explicit PlaceholderColour(QLineEdit *lineEdit)
         : QObject(lineEdit)
         , edit(lineEdit)
     {
@@ -17,7 +17,7 @@ public:
 
     bool eventFilter(QObject *, QEvent *event) override
     {
-        // Each style sheet that comes into force sets the palette anew.
+        // A style sheet resets the palette.
         if (event->type() == QEvent::PaletteChange) {
             mute();
         }
@@ -43,5 +43,5 @@ private:
 void setMutedPlaceholder(QLineEdit *edit, const QString &placeholder)
 {
     edit->setPlaceholderText(placeholder);
-    new Muting(edit);
+    new PlaceholderColour(edit);
 }

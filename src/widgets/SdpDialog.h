@@ -5,7 +5,7 @@
 class QTextEdit;
 
 // Shows session descriptions (RFC 8866) to read and to copy as a whole. Made for one use: construct
-// it, call exec(), drop it.
+// it, hand it to runModal(), drop it.
 //
 // The text comes from a node and is shown as it is: markup in it is text like any other. Enter
 // copies, as "Copy SDP" is the first button; Escape closes.

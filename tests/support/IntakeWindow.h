@@ -15,8 +15,13 @@
 
 #include <functional>
 
-// A main window that nodes come to: by discovery's word, and by hand.
+// A main window whose nodes a test reports, adds and removes, also while the program waits.
 struct IntakeWindow : Window {
+    IntakeWindow()
+    {
+        look();
+    }
+
     // What discovery says of a node once it has read its self resource.
     void report(const SimulatedNode &node, const QString &name)
     {
@@ -24,12 +29,17 @@ struct IntakeWindow : Window {
         emit window.findChild<NMOSMdnsBrowser *>()->nodeSelfReady(name, url, {});
     }
 
+    static void fillIn(QDialog *dialog, const QString &address, int port)
+    {
+        dialog->findChild<QLineEdit *>()->setText(address);
+        dialog->findChild<QSpinBox *>()->setValue(port);
+        dialog->accept();
+    }
+
     void addDevice(const QString &address, int port)
     {
         device = [address, port](QDialog *dialog) {
-            dialog->findChild<QLineEdit *>()->setText(address);
-            dialog->findChild<QSpinBox *>()->setValue(port);
-            dialog->accept();
+            fillIn(dialog, address, port);
         };
         press(QStringLiteral("Add Device"));
     }
@@ -43,10 +53,44 @@ struct IntakeWindow : Window {
         press(QStringLiteral("Remove Device"));
     }
 
+    static QDialog *dialog()
+    {
+        return qobject_cast<QDialog *>(QApplication::activeModalWidget());
+    }
+
+    // Takes a step as soon as its condition holds and the steps before it have begun, from inside
+    // whatever the program waits for by then.
+    void when(const std::function<bool()> &condition, const std::function<void()> &step)
+    {
+        steps.append({condition, step});
+    }
+
+    // The same, as soon as the node has been asked for the path.
+    void whenAsked(const SimulatedNode &node, const QString &path,
+                   const std::function<void()> &step)
+    {
+        when([&node, path] { return !node.requestLines().filter(path).isEmpty(); }, step);
+    }
+
     std::function<void(QDialog *)> device;
-    Boxes boxes{[this](QDialog *dialog) {
-        device(dialog);
+    Boxes boxes{[this](QDialog *shown) {
+        if (device) {
+            device(shown);
+        }
     }};
+
+private:
+    void look()
+    {
+        // First: a step may wait, too.
+        QTimer::singleShot(2, &window, [this] { look(); });
+        if (!steps.isEmpty() && steps.constFirst().first()) {
+            boxes.idle.start();
+            steps.takeFirst().second();
+        }
+    }
+
+    QList<QPair<std::function<bool()>, std::function<void()>>> steps;
 };
 
 inline QStringList entries(const QComboBox *selector)
@@ -63,38 +107,18 @@ inline QString entry(const QString &name, const SimulatedNode &node, const QStri
     return QStringLiteral("%1 (%2-%3)").arg(name, node.host(), label);
 }
 
+inline QStringList storedDevices()
+{
+    QSettings store(Identity::organisation(), Identity::application());
+    QStringList hosts;
+    const int count = store.beginReadArray(QStringLiteral("manualDevices"));
+    for (int i = 0; i < count; ++i) {
+        store.setArrayIndex(i);
+        hosts.append(store.value(QStringLiteral("address")).toString() + QLatin1Char(':')
+                     + store.value(QStringLiteral("port")).toString());
+    }
+    return hosts;
+}
+
 inline const QString sendersPath = SimulatedNode::collectionPath(QStringLiteral("senders"));
 inline const QString receiversPath = SimulatedNode::collectionPath(QStringLiteral("receivers"));
-
-// Lets a node that hangs go on once the condition holds, or after half a minute. Whatever waits for
-// the node has been called from the test's own wait, which cannot end before.
-inline void release(QObject *context, SimulatedNode &node, const std::function<bool()> &condition)
-{
-    auto *poll = new QTimer(context);
-    QObject::connect(poll, &QTimer::timeout, context,
-                     [poll, &node, condition, left = 3000]() mutable {
-                         if (condition() || --left == 0) {
-                             poll->stop();
-                             node.clearFaults();
-                         }
-                     });
-    poll->start(10);
-}
-
-// Calls a function once, as soon as the node has been asked for the path.
-inline void onceAsked(QObject *context, const SimulatedNode &node, const QString &path,
-                      const std::function<void()> &function)
-{
-    auto *poll = new QTimer(context);
-    QObject::connect(poll, &QTimer::timeout, context, [poll, &node, path, function] {
-        const QStringList lines = node.requestLines();
-        for (const QString &line : lines) {
-            if (line.endsWith(path)) {
-                poll->stop();
-                function();
-                return;
-            }
-        }
-    });
-    poll->start(2);
-}

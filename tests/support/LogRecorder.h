@@ -9,37 +9,12 @@ class LogRecorder final {
     Q_DISABLE_COPY_MOVE(LogRecorder)
 
 public:
-    explicit LogRecorder(const QByteArray &category = "default")
-        : previous(qInstallMessageHandler(take))
-    {
-        wanted() = category;
-        lines().clear();
-    }
-    ~LogRecorder()
-    {
-        qInstallMessageHandler(previous);
-    }
+    explicit LogRecorder(const QByteArray &category = "default");
+    ~LogRecorder();
 
     // What was logged so far, as in "warning: text".
-    static QStringList &lines()
-    {
-        static QStringList logged;
-        return logged;
-    }
+    static QStringList &lines();
 
 private:
-    static QByteArray &wanted()
-    {
-        static QByteArray category;
-        return category;
-    }
-
-    static void take(QtMsgType level, const QMessageLogContext &context, const QString &text)
-    {
-        if (context.category == wanted()) {
-            lines() += QLatin1String(level == QtInfoMsg ? "info: " : "warning: ") + text;
-        }
-    }
-
     const QtMessageHandler previous;
 };

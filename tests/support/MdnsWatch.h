@@ -9,12 +9,15 @@
 
 #include <memory>
 
-// A browser and what it said so far, as in "+|Cam|cam1.local.|80|key=value|bare key": "+" for a
-// service that was added, "~" for one that was updated, "-" for one that was removed.
+// A browser, with a server of its own unless it is given one, and what it said so far, as in
+// "+|Cam|cam1.local.|80|key=value|bare key": "+" for a service that was added, "~" for one that was
+// updated, "-" for one that was removed.
 struct MdnsWatch {
-    explicit MdnsWatch(QMdnsEngine::Server *server,
-                       const QByteArray &type = "_nmos-node._tcp.local.")
-        : browser(std::make_unique<QMdnsEngine::Browser>(server, type, &cache))
+    explicit MdnsWatch(const QByteArray &type = "_nmos-node._tcp.local.",
+                       QMdnsEngine::Server *given = nullptr)
+        : server(given ? nullptr : new QMdnsEngine::Server)
+        , browser(
+              std::make_unique<QMdnsEngine::Browser>(given ? given : server.get(), type, &cache))
     {
         using QMdnsEngine::Browser;
         note("+|", &Browser::serviceAdded);
@@ -22,6 +25,7 @@ struct MdnsWatch {
         note("-|", &Browser::serviceRemoved);
     }
 
+    std::unique_ptr<QMdnsEngine::Server> server;
     QMdnsEngine::Cache cache;
     QStringList events;
     std::unique_ptr<QMdnsEngine::Browser> browser;

@@ -1,75 +1,36 @@
 #pragma once
 
 #include <QSslConfiguration>
-#include <QSslSocket>
 #include <QTcpServer>
 
-// Gives every HTTP request the same bytes for an answer, and keeps what it was asked, byte for
-// byte. Lives on the thread that makes it, so that thread must run its event loop while it waits.
+#include <functional>
+
+class QSslSocket;
+
+// An HTTP server that sends any bytes and keeps what it was asked, byte for byte. Lives on the
+// thread that makes it, so that thread must run its event loop while it waits.
 class RawServer : public QTcpServer {
 public:
     explicit RawServer(const QByteArray &always = {},
-                       const QHostAddress &address = QHostAddress::LocalHost)
-        : answer(always)
-    {
-        listen(address);
-    }
+                       const QHostAddress &address = QHostAddress::LocalHost);
 
-    QString host() const
-    {
-        return serverAddress().toString() + QLatin1Char(':') + QString::number(serverPort());
-    }
+    QString host() const;
+    QStringList requestLines() const;
 
-    QStringList requestLines() const
-    {
-        QStringList lines;
-        for (const QByteArray &request : requests) {
-            lines += QString::fromLatin1(request.left(request.indexOf(" HTTP/")));
-        }
-        return lines;
-    }
-
-    QByteArray answer; // empty: hangs
+    QByteArray answer; // to every request; empty: hangs
+    // Asked for each answer, when set.
+    std::function<QByteArray(const QByteArray &request)> answerTo;
     bool closes = false; // ends the connection behind the answer
     QSslConfiguration tls; // null: plain HTTP
     QByteArrayList requests;
     int connections = 0;
 
 protected:
-    void incomingConnection(qintptr descriptor) override
-    {
-        ++connections;
-        auto *const socket = new QSslSocket(this);
-        socket->setSocketDescriptor(descriptor);
-        if (!tls.isNull()) {
-            socket->setSslConfiguration(tls);
-            socket->startServerEncryption();
-        }
-        connect(socket, &QSslSocket::readyRead, this, [this, socket] { serve(socket); });
-    }
-
-    virtual void reply(QSslSocket *socket)
-    {
-        socket->write(answer);
-        if (closes) {
-            socket->disconnectFromHost();
-        }
-    }
+    void incomingConnection(qintptr descriptor) override;
+    virtual void reply(QSslSocket *socket);
 
 private:
-    void serve(QSslSocket *socket)
-    {
-        // A body of JSON ends its request; it arrives behind its head.
-        const QByteArray end = socket->peek(5) == "PATCH" ? "}" : "\r\n\r\n";
-        if (socket->peek(socket->bytesAvailable()).endsWith(end)) {
-            requests += socket->readAll();
-            reply(socket);
-        }
-    }
+    void serve(QSslSocket *socket);
 };
 
-inline QByteArray httpAnswer(const QByteArray &body, const QByteArray &head = "200 OK")
-{
-    return "HTTP/1.1 " + head + "\r\nContent-Length: " + QByteArray::number(body.size())
-        + "\r\n\r\n" + body;
-}
+QByteArray httpAnswer(const QByteArray &body, const QByteArray &head = "200 OK");

@@ -4,10 +4,20 @@
 
 #include <avahi-common/timeval.h>
 
+#include <QElapsedTimer>
 #include <QSocketNotifier>
 #include <QTimer>
 
 #include <limits>
+
+namespace {
+
+// The time that one turn of the event loop gives to the packets of a socket, and to Avahi's due
+// events. Each costs as much as the cache is large: thousands of services at once would make the
+// window stand still for seconds.
+constexpr qint64 millisecondsPerTurn = 10;
+
+} // namespace
 
 // Both kinds are children of the poll object and are deleted later, so that one which is freed
 // inside its own callback still exists while the callback returns through it.
@@ -44,7 +54,11 @@ struct AvahiWatch final : QObject {
         }
         // Avahi reads one packet a call. When a whole plant answers at once, one packet a turn of
         // the event loop would leave the rest to overflow the socket's buffer.
-        for (int i = 0; i < packetsPerTurn && callback && PacketGuard::admitNext(fd); ++i) {
+        QElapsedTimer turn;
+        turn.start();
+        for (int i = 0; i < packetsPerTurn && !turn.hasExpired(millisecondsPerTurn) && callback
+             && PacketGuard::admitNext(fd);
+             ++i) {
             call(event);
         }
     }
@@ -88,23 +102,22 @@ struct AvahiTimeout final : QObject {
             return;
         }
         due = *when;
-        // Rounded up: Avahi takes a wake-up before its time for nothing and asks for another one.
+        // Round up: Avahi ignores an early timeout.
         const qint64 left = (-qint64{avahi_age(when)} + 999) / 1000;
         const qint64 longest = std::numeric_limits<int>::max();
         timer.start(static_cast<int>(qBound(qint64{0}, left, longest)));
     }
 
-    // A call works off one of the events that Avahi has waiting, and each record that is heard
-    // brings one. One a turn of the event loop, beside a whole batch of packets, would let them
-    // pile up, and Avahi compares each record that it hears with all that it keeps until then.
+    // A callback handles one pending event and each record adds one; one per turn would let them
+    // pile up, and Avahi compares each record with all pending ones.
     void workOff()
     {
-        for (int i = 0; i < eventsPerTurn && armed && avahi_age(&due) >= 0; ++i) {
+        QElapsedTimer turn;
+        turn.start();
+        while (armed && avahi_age(&due) >= 0 && !turn.hasExpired(millisecondsPerTurn)) {
             callback(this, userdata);
         }
     }
-
-    static constexpr int eventsPerTurn = 4096;
 
     AvahiTimeoutCallback callback;
     void *userdata;
@@ -168,4 +181,16 @@ AvahiQtPoll::AvahiQtPoll(QObject *parent)
     , table{this,      newWatch,   updateWatch,   watchEvents,
             freeWatch, newTimeout, updateTimeout, freeTimeout}
 {
+}
+
+QVector<int> AvahiQtPoll::sockets() const
+{
+    QVector<int> found;
+    for (const QObject *const child : children()) {
+        const auto *const watch = dynamic_cast<const AvahiWatch *>(child);
+        if (watch && watch->guarded && watch->callback) {
+            found += watch->fd;
+        }
+    }
+    return found;
 }

@@ -3,11 +3,12 @@
 #include <avahi-common/watch.h>
 
 #include <QObject>
+#include <QVector>
 
 // Avahi's poll interface on the event loop of the thread that makes it. Watches and timeouts may be
 // changed and freed at any time, also from inside their own callbacks.
 //
-// The object has to outlive whatever was given its interface; destroy it outside of its callbacks.
+// Must outlive every user of api(); destroy it outside of its callbacks.
 class AvahiQtPoll final : public QObject {
     Q_DISABLE_COPY_MOVE(AvahiQtPoll)
 
@@ -18,6 +19,9 @@ public:
     {
         return &table;
     }
+
+    // The UDP sockets that are watched.
+    QVector<int> sockets() const;
 
 private:
     AvahiPoll table;

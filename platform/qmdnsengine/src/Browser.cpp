@@ -25,19 +25,13 @@ const char browseAll[] = "_services._dns-sd._udp.local.";
 constexpr size_t typeLimit = 1000;
 constexpr int typeLength = 255; // RFC 1035, section 2.3.4
 
-// Avahi asks for a type after 1, 3, 7, ... seconds, in the end once an hour. A node that only
-// answers, behind a switch port that opens late, is to be found sooner.
-constexpr std::chrono::minutes askAgainAfter{1};
-// Within this time the question is sent, and before a second is over Avahi would repeat it.
-constexpr std::chrono::milliseconds askAgainFor{500};
-// A question whose answer may come to the asker alone (RFC 6762, section 5.4), which spares the
-// others on the network the answers of all the nodes that are known. To Avahi it is another
-// question than the one it asks ever more rarely: one that is dropped and begun anew goes on as it
-// was.
-constexpr quint16 answeredToAsker = AVAHI_DNS_CLASS_IN | 0x8000;
+// Avahi asks for a type after 1, 3, 7, ... seconds, in the end once an hour, and has no function to
+// ask sooner. So the layer asks by itself in between, at these intervals.
+constexpr std::chrono::milliseconds askAgainFirst{60'000};
+constexpr std::chrono::milliseconds askAgainLast{240'000};
+constexpr int questionsSize = 1000; // of one packet, so that it fits into a frame
 
-// What the links say about one thing, record by record. While a change goes through the network
-// they disagree: the latest word counts, and when it is taken back, the one before.
+// Records the links report for one name: the latest counts; when removed, the one before.
 class Claims {
 public:
     void take(RecordLookup::Event event, Link link, AvahiRecord *record)
@@ -95,7 +89,7 @@ struct Instance {
     QByteArray name; // as Avahi writes it, with the trailing dot
     Service service; // as last reported; before that only name and type
     bool reported = false;
-    bool unsettled = false; // waits for its turn in the queue
+    bool queued = false;
     std::map<Link, Sighting> sightings;
     Claims targets;
     Claims texts;
@@ -103,24 +97,24 @@ struct Instance {
 
 } // namespace
 
-// Avahi's events only change what is known of an instance and put it in a queue. The queue is
-// worked off from the event loop when Avahi is at rest: what one packet says makes one signal. Each
-// signal is the last thing that is done, so that its receiver may destroy whatever it likes.
+// Avahi's events update and queue an Instance; the queue is processed after the packet, so one
+// packet gives one signal. Emitting comes last: a receiver may destroy this object.
 class BrowserPrivate final {
     Q_DISABLE_COPY_MOVE(BrowserPrivate)
 
 public:
     BrowserPrivate(Browser *browser, std::shared_ptr<ServerPrivate> onServer,
-                   const QByteArray &type)
+                   std::shared_ptr<CachePrivate> sharedCache, const QByteArray &type)
         : q(browser)
         , server(std::move(onServer))
+        , cache(std::move(sharedCache))
+        , again(new QTimer(q))
     {
         if (type.startsWith('_') && type.size() <= typeLength) {
             browse(type, type.toLower() == browseAll);
         }
-        auto *const minute = new QTimer(q);
-        QObject::connect(minute, &QTimer::timeout, q, [this] { askAgain(); });
-        minute->start(askAgainAfter);
+        QObject::connect(again, &QTimer::timeout, q, [this] { askAgain(); });
+        again->start(askAgainFirst);
     }
 
 private:
@@ -130,16 +124,18 @@ private:
     void askAgain();
     void onPointer(Event event, Link link, const QByteArray &type, const QByteArray &name);
     void watch(const QByteArray &key, Instance &instance, Link link);
-    void touch(const QByteArray &key, Instance &instance);
-    void settle(const QByteArray &key);
+    void enqueue(const QByteArray &key, Instance &instance);
+    void report(const QByteArray &key);
     static void dropUnseen(Instance &instance);
 
     Browser *q;
     std::shared_ptr<ServerPrivate> server;
+    std::shared_ptr<CachePrivate> cache;
+    QTimer *again;
+    bool changed = false; // since the layer asked by itself
     std::map<QByteArray, std::unique_ptr<RecordLookup>> types;
-    std::vector<std::unique_ptr<RecordLookup>> askedAgain;
     std::map<QByteArray, Instance> instances; // by full name, escaped and in lower case
-    QQueue<QByteArray> unsettled;
+    QQueue<QByteArray> queue;
 };
 
 void BrowserPrivate::browse(const QByteArray &type, bool forTypes)
@@ -158,20 +154,44 @@ void BrowserPrivate::browse(const QByteArray &type, bool forTypes)
             if (!forTypes) {
                 onPointer(event, link, key, record->data.ptr.name);
             } else if (event == Event::Found) {
-                browse(shownName(record->data.ptr.name), false);
+                browse(publicName(record->data.ptr.name), false);
             }
         });
 }
 
-// The answers come to the lookups of the types: Avahi hands a record to all who want it.
+// An ordinary question (RFC 6762, section 5.2), so that the answers go to the whole network: one to
+// the asker alone would reach one of the sockets on port 5353 only, another program's perhaps. It
+// has no known answers: what comes with an answer renews the other records, which Avahi would ask
+// each node for.
 void BrowserPrivate::askAgain()
 {
-    for (const auto &type : types) {
-        askedAgain.push_back(std::make_unique<RecordLookup>(
-            server, Question{type.first, AVAHI_DNS_TYPE_PTR, everyLink, answeredToAsker},
-            [](Event, Link, const AvahiRecord *) {}));
+    again->setInterval(changed ? askAgainFirst
+                               : qMin(2 * again->intervalAsDuration(), askAgainLast));
+    changed = false;
+    if (!server) {
+        return;
     }
-    QTimer::singleShot(askAgainFor, q, [this] { askedAgain.clear(); });
+    QByteArray questions;
+    int count = 0;
+    const auto send = [&] {
+        server->sendToAll(QByteArray(4, '\0') + static_cast<char>(count >> 8)
+                          + static_cast<char>(count) + QByteArray(6, '\0') + questions);
+        questions.clear();
+        count = 0;
+    };
+    for (const auto &type : types) {
+        const QByteArray name = wireName(type.first);
+        if (!name.isEmpty()) {
+            questions += name + QByteArray("\0\x0c\0\x01", 4); // PTR, IN
+            ++count;
+        }
+        if (questions.size() > questionsSize) {
+            send();
+        }
+    }
+    if (count > 0) {
+        send();
+    }
 }
 
 void BrowserPrivate::onPointer(Event event, Link link, const QByteArray &type,
@@ -188,7 +208,7 @@ void BrowserPrivate::onPointer(Event event, Link link, const QByteArray &type,
         found = instances.emplace(key, Instance()).first;
         found->second.name = name + '.';
         found->second.service.setName(label);
-        found->second.service.setType(shownName(rest));
+        found->second.service.setType(publicName(rest));
     }
     Instance &instance = found->second;
     if (event == Event::Found) {
@@ -200,7 +220,7 @@ void BrowserPrivate::onPointer(Event event, Link link, const QByteArray &type,
     } else if (instance.sightings.count(link) > 0) {
         instance.sightings[link].pointers.remove(type);
     }
-    touch(key, instance);
+    enqueue(key, instance);
 }
 
 void BrowserPrivate::watch(const QByteArray &key, Instance &instance, Link link)
@@ -211,7 +231,7 @@ void BrowserPrivate::watch(const QByteArray &key, Instance &instance, Link link)
         [this, key, &instance](Event event, Link where, AvahiRecord *record) {
             if (record) {
                 instance.targets.take(event, where, record);
-                touch(key, instance);
+                enqueue(key, instance);
             }
         });
     sighting.textLookup = std::make_unique<RecordLookup>(
@@ -222,17 +242,17 @@ void BrowserPrivate::watch(const QByteArray &key, Instance &instance, Link link)
             } else {
                 sighting.textRead = true;
             }
-            touch(key, instance);
+            enqueue(key, instance);
         });
 }
 
-void BrowserPrivate::touch(const QByteArray &key, Instance &instance)
+void BrowserPrivate::enqueue(const QByteArray &key, Instance &instance)
 {
-    if (!instance.unsettled) {
-        instance.unsettled = true;
-        unsettled.enqueue(key);
+    if (!instance.queued) {
+        instance.queued = true;
+        queue.enqueue(key);
         QMetaObject::invokeMethod(
-            q, [this] { settle(unsettled.dequeue()); }, Qt::QueuedConnection);
+            q, [this] { report(queue.dequeue()); }, Qt::QueuedConnection);
     }
 }
 
@@ -250,10 +270,10 @@ void BrowserPrivate::dropUnseen(Instance &instance)
     }
 }
 
-void BrowserPrivate::settle(const QByteArray &key)
+void BrowserPrivate::report(const QByteArray &key)
 {
     Instance &instance = instances[key];
-    instance.unsettled = false;
+    instance.queued = false;
     if (!server->avahi) {
         return;
     }
@@ -266,32 +286,44 @@ void BrowserPrivate::settle(const QByteArray &key)
         instance.service.setAttributes({});
         if (!seen) {
             instances.erase(key);
+            if (cache) {
+                cache->links.remove(service.hostname().toLower());
+            }
         }
         if (known) {
+            changed = true;
             emit q->serviceRemoved(service);
         }
         return;
     }
     const auto &target = instance.targets.record()->data.srv;
-    service.setHostname(shownName(target.name));
+    service.setHostname(publicName(target.name));
     service.setPort(target.port);
-    // Without a record the last attributes stay: it is a node on its way out, not a change.
+    for (const auto &sighting : instance.sightings) {
+        if (cache) {
+            cache->see(service.hostname(), sighting.first);
+        }
+    }
+    // Without a record the last attributes stay: the node is disappearing, not changing.
     if (!instance.texts.isEmpty()) {
         service.setAttributes(attributesOf(instance.texts.record()->data.txt.string_list));
     }
     if (known && service != instance.service) {
         instance.service = service;
+        changed = true;
         emit q->serviceUpdated(service);
     } else if (!known && instance.sightings[instance.targets.link()].textRead) {
         instance.service = service;
         instance.reported = true;
+        changed = true;
         emit q->serviceAdded(service);
     }
 }
 
-Browser::Browser(AbstractServer *server, const QByteArray &type, Cache *, QObject *parent)
+Browser::Browser(AbstractServer *server, const QByteArray &type, Cache *cache, QObject *parent)
     : QObject(parent)
-    , d(std::make_unique<BrowserPrivate>(this, ServerPrivate::of(server), type))
+    , d(std::make_unique<BrowserPrivate>(this, ServerPrivate::of(server), CachePrivate::of(cache),
+                                         type))
 {
 }
 

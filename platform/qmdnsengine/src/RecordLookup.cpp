@@ -1,7 +1,5 @@
 #include "RecordLookup.h"
 
-#include "ServerPrivate.h"
-
 #include <avahi-common/domain.h>
 
 namespace QMdnsEngine {
@@ -25,7 +23,7 @@ RecordLookup::RecordLookup(std::shared_ptr<ServerPrivate> onServer, const Questi
         return;
     }
     AvahiKey *const key =
-        avahi_key_new(question.name.constData(), question.recordClass, question.type);
+        avahi_key_new(question.name.constData(), AVAHI_DNS_CLASS_IN, question.type);
     if (!key) {
         return;
     }
@@ -73,17 +71,32 @@ void RecordLookup::onEvent(AvahiSRecordBrowser *, AvahiIfIndex interface, AvahiP
     }
 }
 
-QByteArray shownName(const char *name)
+QByteArray publicName(const char *name)
 {
-    QByteArray shown;
+    QByteArray result;
     char label[AVAHI_LABEL_MAX];
     while (*name) {
         if (!avahi_unescape_label(&name, label, sizeof label)) {
             return {};
         }
-        shown += QByteArray(label).replace('\\', "\\\\").replace('.', "\\.") + '.';
+        result += QByteArray(label).replace('\\', "\\\\").replace('.', "\\.") + '.';
     }
-    return shown;
+    return result;
+}
+
+QByteArray wireName(const QByteArray &name)
+{
+    if (!isWellFormed(name)) {
+        return {};
+    }
+    QByteArray wire;
+    char label[AVAHI_LABEL_MAX];
+    for (const char *rest = name.constData(); *rest;) {
+        avahi_unescape_label(&rest, label, sizeof label);
+        const QByteArray text(label);
+        wire += static_cast<char>(text.size()) + text;
+    }
+    return wire + '\0';
 }
 
 // The list has the strings in reverse: of equal keys the first one sent stays.

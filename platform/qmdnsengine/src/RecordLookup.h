@@ -1,30 +1,23 @@
 #pragma once
 
+#include "ServerPrivate.h"
+
 #include <avahi-core/core.h>
 #include <avahi-core/lookup.h>
 
 #include <QByteArray>
 #include <QMap>
-#include <QPair>
 
 #include <functional>
 #include <memory>
 
 namespace QMdnsEngine {
 
-class ServerPrivate;
-
-// An interface and an IP version: each record is cached for each of them.
-using Link = QPair<int, int>;
-
-const Link everyLink{AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC};
-
 // What is asked for on which link.
 struct Question {
     QByteArray name; // with the trailing dot
     quint16 type = 0;
     Link link = everyLink;
-    quint16 recordClass = AVAHI_DNS_CLASS_IN;
 };
 
 // A continuous query for the records of one name and type. It ends with its server, at the latest.
@@ -58,9 +51,12 @@ private:
     AvahiSRecordBrowser *records = nullptr;
 };
 
-// A domain name of Avahi's as this layer shows it: with the trailing dot, and nothing escaped but
-// dots and backslashes inside labels. Empty if it cannot be shown.
-QByteArray shownName(const char *name);
+// Adds the trailing dot to a domain name of Avahi's; escapes only dots and backslashes. Empty when
+// malformed.
+QByteArray publicName(const char *name);
+
+// The name as it stands in a packet (RFC 1035, section 3.1), uncompressed. Empty when malformed.
+QByteArray wireName(const QByteArray &name);
 
 // The attributes that the strings of a TXT record stand for (RFC 6763, section 6.4); a bare key has
 // a null value.

@@ -10,6 +10,9 @@
 #include <QSet>
 #include <QtEndian>
 
+#include <map>
+#include <vector>
+
 namespace QMdnsEngine {
 
 // Avahi's events only fill a queue. Each address is reported from the event loop when Avahi is at
@@ -19,12 +22,38 @@ class ResolverPrivate final {
 
 public:
     ResolverPrivate(Resolver *resolver, std::shared_ptr<ServerPrivate> onServer,
-                    const QByteArray &name)
+                    std::shared_ptr<CachePrivate> sharedCache, const QByteArray &hostName)
         : q(resolver)
         , server(std::move(onServer))
-        , ip4(server, {name, AVAHI_DNS_TYPE_A}, handler())
-        , ip6(server, {name, AVAHI_DNS_TYPE_AAAA}, handler())
+        , cache(std::move(sharedCache))
+        , name(hostName)
     {
+        QSet<Link> links{everyLink};
+        if (cache) {
+            cache->resolvers.insert(name.toLower(), this);
+            links = cache->links.value(name.toLower(), links);
+        }
+        for (const Link &link : qAsConst(links)) {
+            ask(link);
+        }
+    }
+
+    ~ResolverPrivate()
+    {
+        if (cache) {
+            cache->resolvers.remove(name.toLower(), this);
+        }
+    }
+
+    // Asks for the addresses on a link, once.
+    void ask(Link link)
+    {
+        if (lookups.count(everyLink) == 0 && lookups.count(link) == 0) {
+            for (const quint16 type : {AVAHI_DNS_TYPE_A, AVAHI_DNS_TYPE_AAAA}) {
+                lookups[link].push_back(
+                    std::make_unique<RecordLookup>(server, Question{name, type, link}, handler()));
+            }
+        }
     }
 
 private:
@@ -34,8 +63,9 @@ private:
 
     Resolver *q;
     std::shared_ptr<ServerPrivate> server;
-    RecordLookup ip4;
-    RecordLookup ip6;
+    std::shared_ptr<CachePrivate> cache;
+    QByteArray name;
+    std::map<Link, std::vector<std::unique_ptr<RecordLookup>>> lookups;
     QSet<QString> known;
     QQueue<QHostAddress> unsent;
 };
@@ -78,9 +108,22 @@ void ResolverPrivate::report()
     }
 }
 
-Resolver::Resolver(AbstractServer *server, const QByteArray &name, Cache *, QObject *parent)
+void CachePrivate::see(const QByteArray &host, Link link)
+{
+    QSet<Link> &known = links[host.toLower()];
+    if (!known.contains(link)) {
+        known.insert(link);
+        const auto waiting = resolvers.values(host.toLower());
+        for (ResolverPrivate *const resolver : waiting) {
+            resolver->ask(link);
+        }
+    }
+}
+
+Resolver::Resolver(AbstractServer *server, const QByteArray &name, Cache *cache, QObject *parent)
     : QObject(parent)
-    , d(std::make_unique<ResolverPrivate>(this, ServerPrivate::of(server), name))
+    , d(std::make_unique<ResolverPrivate>(this, ServerPrivate::of(server), CachePrivate::of(cache),
+                                          name))
 {
 }
 

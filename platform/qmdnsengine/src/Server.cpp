@@ -9,6 +9,10 @@
 #include <avahi-core/log.h>
 
 #include <QLoggingCategory>
+#include <QNetworkInterface>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
 
 namespace {
 
@@ -18,8 +22,7 @@ Q_LOGGING_CATEGORY(mdnsLog, "nodepatch.mdns", QtWarningMsg)
 // that they publish. More are not remembered, so that a hostile sender cannot take all memory.
 constexpr unsigned cacheLimit = 32768;
 
-// Avahi's warnings and errors are about what others send and what else runs on this machine; they
-// come with every damaged packet. None is a reason to speak up.
+// Avahi warns about every damaged packet; shown only when the category is on.
 void logLine(AvahiLogLevel level, const char *text)
 {
     if (level == AVAHI_LOG_DEBUG) {
@@ -27,6 +30,23 @@ void logLine(AvahiLogLevel level, const char *text)
     } else {
         qCInfo(mdnsLog, "%s", text);
     }
+}
+
+// The socket has one of the IP versions and refuses the other's address.
+void sendOnLink(int fd, int link, const QByteArray &packet)
+{
+    const auto size = static_cast<size_t>(packet.size());
+    const in_port_t port = htons(5353);
+    const ip_mreqn route{{}, {}, link};
+    const sockaddr_in ip4{AF_INET, port, {htonl(0xe00000fb)}, {}}; // 224.0.0.251
+    if (setsockopt(fd, IPPROTO_IP, IP_MULTICAST_IF, &route, sizeof route) == 0) {
+        sendto(fd, packet.constData(), size, MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&ip4),
+               sizeof ip4);
+    }
+    sockaddr_in6 ip6{AF_INET6, port, 0, {}, static_cast<quint32>(link)};
+    inet_pton(AF_INET6, "ff02::fb", &ip6.sin6_addr);
+    sendto(fd, packet.constData(), size, MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&ip6),
+           sizeof ip6);
 }
 
 } // namespace
@@ -38,7 +58,7 @@ ServerPrivate::ServerPrivate()
     avahi_set_log_function(logLine);
     AvahiServerConfig config;
     avahi_server_config_init(&config);
-    // It never appears anywhere, but without one the stack goes and looks up the machine's own.
+    // Never sent; otherwise Avahi looks up the machine's name.
     config.host_name = avahi_strdup("nodepatch");
     config.use_ipv4 = 1;
     config.use_ipv6 = 1;
@@ -49,8 +69,7 @@ ServerPrivate::ServerPrivate()
     config.publish_domain = 0;
     config.enable_wide_area = 0;
     config.disallow_other_stacks = 0;
-    // A link without its cable is gone, also where its addresses stay: it is asked anew when it is
-    // back.
+    // Treat an interface without a cable as gone, so that it is asked again.
     config.use_iff_running = 1;
     config.n_cache_entries_max = cacheLimit;
     int error = AVAHI_OK;
@@ -85,6 +104,21 @@ void ServerPrivate::close()
     }
 }
 
+void ServerPrivate::sendToAll(const QByteArray &packet) const
+{
+    const auto links = QNetworkInterface::allInterfaces();
+    for (const QNetworkInterface &link : links) {
+        const auto flags = link.flags();
+        const bool takesPart = flags.testFlag(QNetworkInterface::IsRunning)
+            && (flags.testFlag(QNetworkInterface::CanMulticast)
+                || flags.testFlag(QNetworkInterface::IsLoopBack));
+        const QVector<int> sockets = takesPart ? poll.sockets() : QVector<int>();
+        for (const int fd : sockets) {
+            sendOnLink(fd, link.index(), packet);
+        }
+    }
+}
+
 AbstractServer::AbstractServer(QObject *parent)
     : QObject(parent)
 {
@@ -107,8 +141,14 @@ Server::~Server()
     d->close();
 }
 
+std::shared_ptr<CachePrivate> CachePrivate::of(Cache *cache)
+{
+    return cache ? cache->d : nullptr;
+}
+
 Cache::Cache(QObject *parent)
     : QObject(parent)
+    , d(std::make_shared<CachePrivate>())
 {
 }
 

@@ -26,12 +26,12 @@ enum {
     /* No answer: host unknown, connection refused or broken off, certificate not trusted, or not
      * all of the answer was there when the time limit ended. */
     VXUTIL_NO_ANSWER = -1,
-    /* The feed's server answered, but with an HTTP status outside 200 to 299; also a redirect that
-     * is not followed. */
+    /* The feed's server answered, but with an HTTP status outside 200 to 299: an error, or a
+     * redirect that is not followed. */
     VXUTIL_REFUSED = -2,
-    /* The answer is not a release feed: larger than 64 KiB with its head, not JSON, a member of the
-     * wrong type, a version that is no version number, an address that is not an http or https
-     * one. */
+    /* The answer is not a release feed: larger than 64 KiB with its head (where the status is one
+     * of VXUTIL_REFUSED, the head alone), not JSON, a member of the wrong type, a version that is
+     * no version number, an address that is not an http or https one. */
     VXUTIL_BAD_FEED = -3,
     /* The call itself is wrong: no application object exists, or the application key is null. */
     VXUTIL_BAD_CALL = -4
@@ -57,13 +57,16 @@ extern "C" {
  * texts belong to the library and stay valid until the next call.
  *
  * The call waits for the feed, but never longer than three seconds for the whole exchange, from
- * name look-up to the last byte. Meanwhile it runs an event loop that leaves user input in its
+ * name look-up to the last byte. The look-up of the system's proxy counts as well, but cannot be
+ * interrupted: where it takes longer by itself, as an automatic configuration may, so does the
+ * call. Meanwhile it runs an event loop that leaves user input in its
  * queue; timers and sockets of the calling thread are served. Call it on the thread of the
  * QCoreApplication, which need not be running its own loop yet, and not from inside itself.
  *
- * The feed is fetched with one HTTP GET, through the system's proxy where there is one. The request
- * says nothing about who asks: neither key nor version are sent. The feed is a JSON object with a
- * member for each application key:
+ * The feed is fetched with an HTTP GET, through the system's proxy where there is one, and with
+ * another one for each redirect: at most three are followed (RFC 9110, 15.4), and none from https
+ * to http. The request says nothing about who asks: neither key nor version are sent. The feed is a
+ * JSON object with a member for each application key:
  *
  *     {
  *         "velmoranodepatch": {
@@ -75,7 +78,7 @@ extern "C" {
  *
  * "version" is one to four numbers with dots between them, compared number by number, so 8.10.0 is
  * newer than 8.9.0; numbers that are missing count as 0. "notes" may be left out; other members are
- * ignored. At most three redirects (RFC 9110, 15.4) are followed, and none from https to http. */
+ * ignored. */
 VXUTIL_API int32_t vxOSGetAppVersion(const char *applicationKey, int32_t major, int32_t minor,
                                      int32_t third, const char **newestVersion,
                                      const char **downloadUrl, const char **notesUrl);

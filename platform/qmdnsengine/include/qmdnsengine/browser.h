@@ -13,9 +13,11 @@ class BrowserPrivate;
 class Cache;
 
 // Finds the services of one type (RFC 6763, section 4): asks when it is made and when a link comes
-// up, ever more rarely afterwards, but at least once a minute. What is known already is not
-// reported again for an answer to that. Host name, port and attributes of a service are asked for
-// on the links where it is seen.
+// up, and ever more rarely afterwards. In between it asks once more, so that nothing is missed that
+// only answers and could not be heard before, for example behind a switch port that opens late:
+// after a minute, and each minute while services come, change or go; otherwise at intervals that
+// double up to four minutes, because every node answers. What is known already is not reported
+// again. Host name, port and attributes of a service are asked for on the links where it is seen.
 //
 // A service that is seen on several interfaces, or over IPv4 and IPv6, is one service. All signals
 // come from the event loop, never from inside the constructor, also for what the server knows

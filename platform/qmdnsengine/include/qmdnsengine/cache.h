@@ -2,11 +2,14 @@
 
 #include <QObject>
 
+#include <memory>
+
 namespace QMdnsEngine {
 
-// Names the record cache that browsers and resolvers are to share. This layer keeps the records
-// with the server, so all that work on one server share them anyway, with or without a Cache; the
-// object holds nothing and may be destroyed at any time.
+class CachePrivate;
+
+// What browsers and resolvers share that are given the same Cache: on which links the host of a
+// service is seen. The records themselves are kept with the server. May be destroyed at any time.
 class Cache final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(Cache)
@@ -14,6 +17,10 @@ class Cache final : public QObject {
 public:
     explicit Cache(QObject *parent = nullptr);
     ~Cache() override;
+
+private:
+    friend class CachePrivate;
+    std::shared_ptr<CachePrivate> d;
 };
 
 } // namespace QMdnsEngine

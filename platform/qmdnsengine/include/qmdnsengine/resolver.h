@@ -19,7 +19,8 @@ class Resolver final : public QObject {
 
 public:
     // name is a host name as Service::hostname gives it: "cam1.local."; a malformed one resolves to
-    // nothing. A cache may be given or left out.
+    // nothing. With the cache of a Browser that has reported a service of that host, the addresses
+    // are asked for on the links where the service is seen; without, on every link.
     Resolver(AbstractServer *server, const QByteArray &name, Cache *cache = nullptr,
              QObject *parent = nullptr);
     ~Resolver() override;

@@ -17,9 +17,9 @@ class ServerPrivate;
 // so are their links: what was heard on an interface is forgotten when its cable is pulled, and
 // asked for again when it is back.
 //
-// What is not heard: a response that repeats a question or has authority records, an alias record
-// (CNAME) anywhere, or a part that cannot be read is dropped as a whole. A name that is not UTF-8
-// or holds a NUL byte is never reported.
+// What is not heard: a response is dropped as a whole that repeats a question, has authority
+// records, none but additional records, an alias record (CNAME) anywhere, or a part that cannot be
+// read. A name that is not UTF-8 or holds a NUL byte is never reported.
 //
 // Everything runs on the event loop of the thread that makes the server; browsers and resolvers
 // belong on that thread, too. They may outlive the server: they are quiet from then on.

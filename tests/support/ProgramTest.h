@@ -1,0 +1,28 @@
+#pragma once
+
+#include "Application.h"
+#include "net/Descriptors.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QObject>
+#include <QSettings>
+
+// A test of the program's windows: with its identity, its style and its limits, and with an empty
+// clipboard and no settings before each function.
+class ProgramTest : public QObject {
+    Q_OBJECT
+
+protected slots:
+    void initTestCase()
+    {
+        Application::setIdentity();
+        Application::setAppearance();
+        Descriptors::raiseLimit();
+    }
+    void init()
+    {
+        QSettings().clear();
+        QGuiApplication::clipboard()->clear();
+    }
+};
