@@ -22,18 +22,6 @@
 
 namespace {
 
-const char type[] = "_nmos-node._tcp.local";
-
-Mdns::Packet node(const QByteArray &label, quint32 ttl = Mdns::hour, quint16 port = 80,
-                  const QByteArray &host = "cam1.local")
-{
-    const QByteArray name = Mdns::label(label) + Mdns::name(type);
-    return Mdns::Packet()
-        .add(Mdns::name(type), Mdns::Ptr, name, ttl)
-        .target(name, host, port, ttl)
-        .text(name, {"a=1"}, ttl);
-}
-
 // An engine, and how many services it has heard of.
 struct Engine {
     Engine()
@@ -85,8 +73,9 @@ private:
     {
         Mdns::Sender sender;
         for (int i = 0; !end.tryAcquire(1, 16); ++i) {
-            sender.send(node("churn " + QByteArray::number(i)).bytes());
-            sender.send(node("churn " + QByteArray::number(i - 30), Mdns::goodbye).bytes());
+            sender.send(Mdns::service("churn " + QByteArray::number(i)).bytes());
+            sender.send(Mdns::service("churn " + QByteArray::number(i - 30), {"a=1"}, Mdns::goodbye)
+                            .bytes());
             packets.release();
         }
     }
@@ -128,7 +117,7 @@ Comparison::Result hearACrowd(benchmark::State &state)
         runFor(500);
         took = Comparison::timed([&] {
             for (int i = 0; i < crowd; ++i) {
-                sender.send(node("crowd " + QByteArray::number(i)).bytes());
+                sender.send(Mdns::service("crowd " + QByteArray::number(i)).bytes());
             }
         });
         runFor(3000);
@@ -174,7 +163,7 @@ Comparison::Result questionsForAService(benchmark::State &state)
         const Engine engine;
         Mdns::Sender sender;
         for (int i = 0; i < services; ++i) {
-            sender.send(node("asked " + QByteArray::number(i)).bytes());
+            sender.send(Mdns::service("asked " + QByteArray::number(i)).bytes());
             QCoreApplication::processEvents();
         }
         QElapsedTimer minute;
@@ -217,16 +206,19 @@ Comparison::Result healthyBehindHanging(benchmark::State &state)
                          [&ready] { ready = true; });
         browser.start();
         Mdns::Sender sender;
-        sender.send(node("hanging", Mdns::hour, hanging.serverPort()).bytes());
+        sender.send(Mdns::service("hanging", {}, Mdns::hour, hanging.serverPort()).bytes());
         for (int i = 0; i < nodes; ++i) {
             const QHostAddress address(0x7f010000 + static_cast<quint32>(i));
             sender.send(Mdns::Packet().address("cam1.local", address.toString()).bytes());
             QCoreApplication::processEvents();
         }
         seconds = Comparison::timed([&] {
-                      sender.send(node("healthy", Mdns::hour, healthy.serverPort(), "cam2.local")
-                                      .address("cam2.local", QStringLiteral("192.0.2.1"))
-                                      .bytes());
+                      sender.send(
+                          Mdns::pointer("healthy")
+                              .target(Mdns::instance("healthy"), "cam2.local", healthy.serverPort())
+                              .text(Mdns::instance("healthy"), {})
+                              .address("cam2.local", QStringLiteral("192.0.2.1"))
+                              .bytes());
                       Comparison::waitUntil([&ready] { return ready; });
                   })
             / 1000;

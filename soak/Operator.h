@@ -65,7 +65,8 @@ private:
                 WindowDriver::enter(selector, text);
             } else if (what == 1) {
                 selector->lineEdit()->selectAll();
-                for (const QChar character : text.left(20)) {
+                const QString typed = text.left(20);
+                for (const QChar character : typed) {
                     QTest::sendKeyEvent(QTest::Click, selector->lineEdit(), Qt::Key_unknown,
                                         QString(character), Qt::NoModifier);
                 }

@@ -1,7 +1,9 @@
 // The server that asks on every interface, with an installed QMdnsEngine.
 
+#include "DistinctResolver.h"
 #include "EveryLinkServer.h"
 #include "MdnsPacket.h"
+#include "support/MdnsWatch.h"
 #include "support/TestMain.h"
 
 #include <qmdnsengine/dns.h>
@@ -16,6 +18,8 @@ class TestEveryLink final : public QObject {
 private slots:
     void asksOnEveryLink_data();
     void asksOnEveryLink();
+    void hearsAnswersToItAlone();
+    void resolvesAnAddressOnce();
 };
 
 void TestEveryLink::asksOnEveryLink_data()
@@ -72,6 +76,43 @@ void TestEveryLink::asksOnEveryLink()
                  isAsker(lateListener, late.section(QLatin1Char('/'), 0, 0))));
     QVERIFY(isAsker(lateListener, prefixes.last()));
     QVERIFY(ip(QStringLiteral("link del late0")));
+}
+
+// Which of the sockets on the port gets it is the system's choice.
+void TestEveryLink::hearsAnswersToItAlone()
+{
+    EveryLinkServer server;
+    const MdnsWatch watch("_nmos-node._tcp.local.", &server);
+    constexpr int count = 16;
+    for (int i = 0; i < count; ++i) {
+        QUdpSocket node;
+        const QByteArray packet = Mdns::service("Cam " + QByteArray::number(i)).bytes();
+        QVERIFY(node.writeDatagram(
+                    packet,
+                    QHostAddress(i % 2 ? QHostAddress::LocalHost : QHostAddress::LocalHostIPv6),
+                    5353)
+                > 0);
+    }
+    QTRY_COMPARE(watch.events.size(), count);
+}
+
+void TestEveryLink::resolvesAnAddressOnce()
+{
+    EveryLinkServer server;
+    MdnsWatch watch("_nmos-node._tcp.local.", &server);
+    Mdns::Sender sender;
+    const QString first = QStringLiteral("192.0.2.7");
+    const QString second = QStringLiteral("192.0.2.8");
+    QVERIFY(sender.send(Mdns::service("Cam").address("cam1.local", first).bytes()));
+    QTRY_COMPARE(watch.events.size(), 1);
+    const DistinctResolver resolver(&server, "cam1.local.", &watch.cache);
+    QStringList seen;
+    connect(&resolver, &DistinctResolver::resolved, this,
+            [&seen](const QHostAddress &address) { seen += address.toString(); });
+    QTRY_COMPARE(seen, QStringList(first));
+    QVERIFY(sender.send(Mdns::Packet().address("cam1.local", first).bytes()));
+    QVERIFY(sender.send(Mdns::Packet().address("cam1.local", second).bytes()));
+    QTRY_COMPARE(seen, QStringList({first, second}));
 }
 
 NODEPATCH_TEST_MAIN(TestEveryLink)

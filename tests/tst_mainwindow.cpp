@@ -1,19 +1,17 @@
 // The main window, driven as an operator drives it, against real nodes.
 
-#include "Application.h"
 #include "SimulatedNode.h"
-#include "net/SyncHttp.h"
-#include "nmos/NmosClient.h"
 #include "support/Boxes.h"
 #include "support/EventCounter.h"
+#include "support/ProgramTest.h"
 #include "support/TestMain.h"
 #include "support/Window.h"
 #include "widgets/LightIndicator.h"
-#include "widgets/Selector.h"
 
 #include <QComboBox>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <iterator>
@@ -21,52 +19,24 @@
 
 namespace {
 
-const QString connectCommand = QStringLiteral("Connect (Tx->Rx)");
-const QString disconnectCommand = QStringLiteral("Disconnect Rx");
-
-QVariant senderEntry(const SimulatedNode &node, const QString &id)
-{
-    return QVariant::fromValue(NmosClient::SenderConnection{
-        id, QStringLiteral("label"), {}, node.host(), QStringLiteral("entry")});
-}
-
-QVariant receiverEntry(const SimulatedNode &node, const QString &id)
-{
-    return QVariant::fromValue(NmosClient::ReceiverConnection{
-        id, QStringLiteral("label"), node.host(), QStringLiteral("entry")});
-}
-
-QString activeSender(const SimulatedNode &node, const QString &receiverId)
-{
-    return node.receiverActive(receiverId).value(QLatin1String("sender_id")).toString();
-}
+const QString connectCommand = "Connect (Tx->Rx)"_s;
+const QString disconnectCommand = "Disconnect Rx"_s;
 
 } // namespace
 
-class TestMainWindow final : public QObject {
+class TestMainWindow final : public ProgramTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        Application::setIdentity();
-        Application::setAppearance();
-    }
-
-    void init()
-    {
-        settings().clear();
-    }
-
     void opensEmpty()
     {
-        store(QStringLiteral("lastTxIp"), QStringLiteral("127.0.0.1:1"));
+        settings().setValue("lastTxIp"_s, "127.0.0.1:1"_s);
         Window w;
-        QCOMPARE(w.window.windowTitle(), QStringLiteral("VelmoraNodePatch - velmora.example"));
+        QCOMPARE(w.window.windowTitle(), "VelmoraNodePatch - velmora.example"_s);
         QCOMPARE(QApplication::windowIcon().availableSizes().size(), 4);
         for (const QComboBox *selector : {w.tx, w.rx}) {
             QCOMPARE(selector->currentText(), QString());
-            QCOMPARE(selector->lineEdit()->placeholderText(), QStringLiteral("e.g. 10.0.0.2"));
+            QCOMPARE(selector->lineEdit()->placeholderText(), "e.g. 10.0.0.2"_s);
             // Not in the colour of an address that stands there.
             QCOMPARE(selector->lineEdit()->palette().placeholderText().color(), QColor(0x8b949e));
         }
@@ -86,7 +56,7 @@ private slots:
             const auto *button = qobject_cast<QPushButton *>(focus);
             order.append(button ? button->text() : focus->accessibleName());
             if (order.constLast() == connectCommand) {
-                QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, {}, QStringLiteral("\r"), true);
+                QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, {}, "\r"_s, true);
                 QCoreApplication::sendEvent(focus, &held);
                 QVERIFY(boxes.take().isEmpty());
                 for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter}) {
@@ -97,12 +67,10 @@ private slots:
             }
             QTest::keyClick(focus, Qt::Key_Tab);
         } while (!w.tx->hasFocus());
-        QCOMPARE(
-            order,
-            (QStringList{QStringLiteral("Transmitter IP"), QStringLiteral("Show SDP…"),
-                         QStringLiteral("Receiver IP"), QStringLiteral("Show SDP…"), connectCommand,
-                         disconnectCommand, QStringLiteral("About"), QStringLiteral("Browse"),
-                         QStringLiteral("Add Device"), QStringLiteral("Remove Device")}));
+        QCOMPARE(order,
+                 (QStringList{"Transmitter IP"_s, "Show SDP…"_s, "Receiver IP"_s, "Show SDP…"_s,
+                              connectCommand, disconnectCommand, "About"_s, "Browse"_s,
+                              "Add Device"_s, "Remove Device"_s}));
     }
 
     void paintsTheLight()
@@ -127,12 +95,11 @@ private slots:
         EventCounter<LightIndicator> paints(&light, QEvent::Paint);
         light.show();
         QTRY_VERIFY(paints.count > 0);
-        for (const auto &change : {std::function<void()>([&] { light.setOn(false); }),
-                                   std::function<void()>([&] { light.setColor(Qt::red); })}) {
-            paints.count = 0;
-            change();
-            QTRY_VERIFY(paints.count > 0);
-        }
+        paints.count = 0;
+        light.setOn(false);
+        QTRY_COMPARE(paints.count, 1);
+        light.setColor(Qt::red);
+        QTRY_COMPARE(paints.count, 2);
     }
 
     void opensOneBrowser()
@@ -146,7 +113,7 @@ private slots:
             return found;
         };
         Window w;
-        w.press(QStringLiteral("Browse"));
+        w.press("Browse"_s);
         const QList<QWidget *> opened = browsers();
         QCOMPARE(opened.size(), 1);
         // The main window leaves it alone when it goes.
@@ -155,7 +122,7 @@ private slots:
         for (const bool open : {true, false}) {
             browser->setVisible(open);
             QApplication::setActiveWindow(&w.window);
-            w.press(QStringLiteral("Browse"));
+            w.press("Browse"_s);
             QCOMPARE(browsers(), opened);
             QVERIFY(browser->isVisible());
             QTRY_COMPARE(QApplication::activeWindow(), browser.get());
@@ -167,108 +134,68 @@ private slots:
     {
         SimulatedNode node;
         Window w;
-        Window::enter(w.tx, QStringLiteral("  ") + node.host() + QStringLiteral(" studio "));
+        Window::enter(w.tx, "  "_s + node.host() + " studio "_s);
         QVERIFY(Window::isOn(w.txLight));
-        QCOMPARE(node.requestLines(),
-                 QStringList{QStringLiteral("GET /x-nmos/node/v1.3/senders/")});
-        const QString stored = node.host() + QStringLiteral(" studio");
-        QCOMPARE(settings().value(QStringLiteral("lastTxIp")).toString(), stored);
+        QCOMPARE(node.requestLines(), QStringList{"GET /x-nmos/node/v1.3/senders/"_s});
+        const QString stored = node.host() + " studio"_s;
+        QCOMPARE(settings().value("lastTxIp"_s).toString(), stored);
 
         Window::enter(w.rx, node.host());
         QVERIFY(!Window::isOn(w.rxLight));
-        QCOMPARE(node.requestLines().constLast(),
-                 QStringLiteral("GET /x-nmos/node/v1.3/receivers/"));
-        QVERIFY(!settings().contains(QStringLiteral("lastRxIp")));
+        QCOMPARE(node.requestLines().constLast(), "GET /x-nmos/node/v1.3/receivers/"_s);
+        QVERIFY(!settings().contains("lastRxIp"_s));
 
         node.clearRequests();
         w.tx->clearEditText();
         QVERIFY(!Window::isOn(w.txLight));
         QVERIFY(node.requests().isEmpty());
-        QCOMPARE(settings().value(QStringLiteral("lastTxIp")).toString(), stored);
+        QCOMPARE(settings().value("lastTxIp"_s).toString(), stored);
 
         // Enter keeps the text out of the list.
         Window::enter(w.tx, node.host());
         QTest::keyClick(w.tx->lineEdit(), Qt::Key_Return);
         QCOMPARE(w.tx->count(), 0);
-        node.setCollection(QStringLiteral("senders"), "[]");
+        node.setCollection("senders"_s, "[]");
         emit w.tx->activated(0);
         QVERIFY(!Window::isOn(w.txLight));
-        node.setCollection(QStringLiteral("receivers"), R"([{"id": "r", "label": "R"}])");
+        node.setCollection("receivers"_s, R"([{"id": "r", "label": "R"}])");
         emit w.rx->activated(0);
         QVERIFY(Window::isOn(w.rxLight));
-    }
-
-    void patchesExactlyTheChosenEntries()
-    {
-        const SimulatedNode tx(NodeDescription::wide(QStringLiteral("Wide"), 3, 0));
-        const SimulatedNode rx(NodeDescription::wide(QStringLiteral("Wide"), 0, 3));
-        const QString sender = tx.senderIds().at(2);
-        const QString receiver = rx.receiverIds().at(1);
-        Boxes boxes;
-        Window w;
-        Selector::of(w.tx)->add({{QStringLiteral("Output 3"), senderEntry(tx, sender)}});
-        Selector::of(w.rx)->add({{QStringLiteral("Input 2"), receiverEntry(rx, receiver)}});
-        QCOMPARE(w.tx->currentText(), QString());
-        w.tx->setCurrentIndex(0);
-        w.rx->setCurrentIndex(0);
-        QVERIFY(Window::isOn(w.txLight));
-        QCOMPARE(settings().value(QStringLiteral("lastTxIp")).toString(),
-                 QStringLiteral("Output 3"));
-        w.press(connectCommand);
-        QCOMPARE(activeSender(rx, receiver), sender);
-        QCOMPARE(rx.requests(QStringLiteral("PATCH")).size(), 1);
-
-        // Disconnecting goes by the node, not by the entry.
-        w.press(disconnectCommand);
-        QCOMPARE(rx.requests(QStringLiteral("PATCH")).constLast().path,
-                 SimulatedNode::receiverStagedPath(rx.receiverIds().at(0)));
     }
 
     void reportsFailures_data()
     {
         QTest::addColumn<QString>("command");
-        QTest::addColumn<QString>("txSuffix");
         QTest::addColumn<bool>("refuse");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QMessageBox::Icon>("icon");
-        QTest::newRow("a host with a trailing word is nobody's")
-            << connectCommand << QStringLiteral(" studio") << false
-            << QStringLiteral("No video sender found on transmitter node.") << QMessageBox::Warning;
-        QTest::newRow("a refused patch tells why")
-            << connectCommand << QString() << true << QStringLiteral("Patch failed on video:\n%1")
-            << QMessageBox::Critical;
-        QTest::newRow("a refused disconnection tells why")
-            << disconnectCommand << QString() << true
-            << QStringLiteral("Patch failed on video:\n%1") << QMessageBox::Critical;
+        QTest::newRow("a host with a trailing word is nobody's") << connectCommand << false;
+        QTest::newRow("a refused patch tells why") << connectCommand << true;
+        QTest::newRow("a refused disconnection tells why") << disconnectCommand << true;
     }
 
     void reportsFailures()
     {
         QFETCH(const QString, command);
-        QFETCH(const QString, txSuffix);
         QFETCH(const bool, refuse);
-        QFETCH(const QString, text);
-        QFETCH(const QMessageBox::Icon, icon);
         const SimulatedNode tx;
         SimulatedNode rx(NodeDescription::receiver());
-        const QString staged =
-            SimulatedNode::receiverStagedPath(rx.receiverIds(Essence::Video).value(0));
+        const QString video = rx.receiverIds(Essence::Video).value(0);
         if (refuse) {
-            rx.setFault(staged, Fault::status(423));
+            rx.setFault(SimulatedNode::receiverStagedPath(video), Fault::status(423));
         }
         Boxes boxes;
         Window w;
-        Window::enter(w.tx, tx.host() + txSuffix);
+        Window::enter(w.tx, tx.host() + (refuse ? ""_s : " studio"_s));
         Window::enter(w.rx, rx.host());
         QVERIFY(Window::isOn(w.txLight));
         w.press(command);
         const auto shown = boxes.take();
         QCOMPARE(shown.size(), 1);
         QCOMPARE(shown.at(0).title, command.section(QLatin1Char(' '), 0, 0));
-        QCOMPARE(shown.at(0).icon, icon);
-        QVERIFY(shown.at(0).text.startsWith(text.section(QStringLiteral("%1"), 0, 0)));
-        QCOMPARE(shown.at(0).text.size() > text.size(), refuse);
-        QCOMPARE(rx.requests(QStringLiteral("PATCH")).size(), refuse ? 1 : 0);
+        QCOMPARE(shown.at(0).icon, refuse ? QMessageBox::Critical : QMessageBox::Warning);
+        const QString text = refuse ? "Patch failed on video:\nError transferring "_s
+                                    : "No video sender found on transmitter node."_s;
+        QCOMPARE(shown.at(0).text.left(text.size()), text);
+        QCOMPARE(rx.requests("PATCH"_s).size(), refuse ? 1 : 0);
     }
 
     void keepsVideoWhenOthersFail()
@@ -290,62 +217,18 @@ private slots:
             const auto shown = boxes.take();
             QCOMPARE(shown.size(), 1);
             QCOMPARE(shown.at(0).icon, QMessageBox::Information);
-            const QStringList lines = shown.at(0).text.split(QLatin1Char('\n'));
-            QCOMPARE(lines.size(), 5);
-            QCOMPARE(lines.at(0), QStringLiteral("Patch failed on audio:"));
-            QVERIFY(!lines.at(1).isEmpty());
-            QCOMPARE(lines.at(2), QStringLiteral("Patch failed on ancillary:"));
-            QCOMPARE(lines.at(3), lines.at(1));
+            const QRegularExpression wanted(
+                "^Patch failed on audio:\n(.+\n)Patch failed on ancillary:\n\\1$"_s);
+            QVERIFY2(wanted.match(shown.at(0).text).hasMatch(), qPrintable(shown.at(0).text));
             QCOMPARE(rx.receiverActive(video).value(QLatin1String("master_enable")).toBool(),
                      command == connectCommand);
         }
     }
 
-    void closesWhileRequestsHang()
-    {
-        SimulatedNode node(NodeDescription::receiver());
-        const QString video = node.receiverIds(Essence::Video).value(0);
-        node.setFault(SimulatedNode::receiverStagedPath(video), Fault::hang().onMethod("PATCH"));
-        const QString senders = SimulatedNode::collectionPath(QStringLiteral("senders"));
-        node.setFault(senders, Fault::hang());
-        const EventCounter<QMessageBox> boxes(qApp, QEvent::Show);
-        const int sent = [&node, &senders] {
-            Window w;
-            Window::enter(w.rx, node.host());
-            QTimer::singleShot(0, &w.window, [&w] { w.press(disconnectCommand); });
-            // Two timers: the slot of one that waits in a request is not entered again.
-            QTimer onPatch;
-            QObject::connect(&onPatch, &QTimer::timeout, &w.window, [&w, &node] {
-                if (!node.requests(QStringLiteral("PATCH")).isEmpty()) {
-                    Window::enter(w.tx, node.host());
-                }
-            });
-            QTimer onCheck;
-            // Not before the node has them: what is still on its way would be counted later.
-            QObject::connect(&onCheck, &QTimer::timeout, &w.window, [&w, &node, &senders] {
-                if (requestActivity().levels == 2
-                    && node.requestLines().contains(QStringLiteral("GET ") + senders)) {
-                    w.window.close();
-                }
-            });
-            onPatch.start(5);
-            onCheck.start(5);
-            QApplication::exec();
-            return node.requests().size();
-        }();
-        // Neither of them went on to its next request.
-        QCOMPARE(node.requests().size(), sent);
-        QCOMPARE(node.requests(QStringLiteral("PATCH")).size(), 1);
-        QCOMPARE(requestActivity().levels, 0);
-        QVERIFY(!requestActivity().closing);
-        // A patch that the closing ended is no news.
-        QCOMPARE(boxes.count, 0);
-    }
-
     void endsWhenARequestFollowsTheClosing()
     {
         SimulatedNode node;
-        node.setFault(QStringLiteral("*"), Fault::hang());
+        node.setFault("*"_s, Fault::hang());
         Application::endWithLastWindow();
         Window w;
         bool ended = true;

@@ -38,6 +38,7 @@ private slots:
     void neverReports();
     void makesOneServiceOfSeveralLinks();
     void asksOnTheLinkOfThePointer();
+    void asksOnlyForWhatIsMissing();
     void asksAgain();
     void followsTheCable();
     void listsServicesOfEveryType();
@@ -191,6 +192,31 @@ void TestMdnsEngine::asksOnTheLinkOfThePointer()
     // A link where it is seen later is asked, too.
     sender.send(pointer("Cam").bytes(), QStringLiteral("vx0"), QAbstractSocket::IPv6Protocol);
     QTRY_VERIFY(!ip6.askers(address).isEmpty());
+}
+
+void TestMdnsEngine::asksOnlyForWhatIsMissing()
+{
+    Mdns::Listener listener;
+    MdnsWatch watch;
+    const auto asked = [&listener](const QByteArray &name) {
+        return listener.askers(Mdns::label(name) + Mdns::name(Mdns::nodeType)).size();
+    };
+    QVERIFY(sender.send(pointer("Cam")
+                            .target(instance("Cam"), "cam2.local", 80)
+                            .text(instance("Cam"), {})
+                            .address("cam2.local", QStringLiteral("192.0.2.7"))
+                            .address("cam2.local", QStringLiteral("fd00::7"))
+                            .bytes()));
+    QVERIFY(sender.send(service("brief", {"a=1"}, 8).bytes()));
+    QTRY_COMPARE(watch.events.size(), 2);
+    const Resolver resolver(watch.server.get(), "cam2.local.", &watch.cache);
+    // What is there is asked for before it expires, and stays when somebody answers.
+    QTRY_VERIFY_WITH_TIMEOUT(asked("brief") > 0, 30000);
+    QVERIFY(sender.send(service("brief").with(service("end", {}, 2)).bytes()));
+    QTRY_COMPARE(watch.events.size(), 4);
+    QCOMPARE(watch.events.last(), QStringLiteral("-|end|cam1.local.|80"));
+    QCOMPARE(asked("Cam"), 0);
+    QVERIFY(listener.askers(Mdns::label("cam2")).isEmpty());
 }
 
 void TestMdnsEngine::asksAgain()

@@ -29,7 +29,8 @@ public:
         : thread(QThread::create([this, count, milliseconds, packets] {
             Mdns::Sender sender;
             for (int i = 0; i < count && !end.tryAcquire(1, milliseconds); ++i) {
-                for (const QByteArray &packet : packets(i)) {
+                const QByteArrayList batch = packets(i);
+                for (const QByteArray &packet : batch) {
                     sender.send(packet);
                 }
                 sent.release();
@@ -98,7 +99,7 @@ void TestMdnsLimits::hearsAllOfACrowd()
 void TestMdnsLimits::hearsAfterFallingBehind()
 {
     MdnsWatch watch;
-    Stream churn(1200, 16, [](int i) {
+    Stream churn(2400, 16, [](int i) {
         Packet come;
         Packet go;
         for (const char *part : {" a", " b", " c", " d", " e", " f", " g", " h"}) {
@@ -142,11 +143,12 @@ void TestMdnsLimits::hearsManyInSmallSteps()
         const QByteArray number = QByteArray::number(i);
         const QByteArray name = Mdns::instance("Cam " + number);
         const QByteArray host = "cam" + number + ".local";
-        return QByteArrayList{Mdns::pointer("Cam " + number)
-                                  .target(name, host, 80)
-                                  .text(name, {"a=1"})
-                                  .address(host, QHostAddress(0x7f010000U + i).toString())
-                                  .bytes()};
+        return QByteArrayList{
+            Mdns::pointer("Cam " + number)
+                .target(name, host, 80)
+                .text(name, {"a=1"})
+                .address(host, QHostAddress(0x7f010000U + static_cast<quint32>(i)).toString())
+                .bytes()};
     });
     QTRY_COMPARE_WITH_TIMEOUT(watch.events.size(), count, 60000);
     QVERIFY2(longest < 150, qPrintable(QString::number(longest)));

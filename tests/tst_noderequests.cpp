@@ -174,7 +174,7 @@ private slots:
         NmosClient client;
         QString sdp;
         QVERIFY(!client.fetchSenderSdp(manifest, &sdp));
-        const QByteArray sent = authorizations(node).last();
+        const QByteArray sent = authorizations(node).constLast();
         const QByteArray cnonce = sent.mid(sent.indexOf("cnonce=") + 8, 32);
         secret.replace('@', cnonce);
         secret = md5(md5("us\"er:x:p:\xc3\xa4") + ':' + secret + ':' + md5("GET:/sdp?a=%20b"));
@@ -187,9 +187,8 @@ private slots:
         client.hasSenders(host);
         client.fetchSenderSdp(senderAt(QStringLiteral("http://%1/").arg(node.host())), &sdp);
         QCOMPARE(authorizations(node), QByteArrayList({"", ""}));
-        client.fetchSenderSdp(senderAt(QStringLiteral("http://a%0D%0AB@%1/").arg(node.host())),
-                              &sdp);
-        QVERIFY(!node.requests.last().contains("\nB"));
+        client.fetchSenderSdp(senderAt(QLatin1String("http://a%0D%0AB@") + node.host()), &sdp);
+        QVERIFY(node.requests.size() > 2 && !node.requests.last().contains("\nB"));
 
         node.answerTo = [refusal = node.answer](const QByteArray &request) {
             return request.contains("\r\nAuthorization: ") ? httpAnswer("v=0") : refusal;
@@ -275,7 +274,7 @@ private slots:
                 gate.enqueue(url, [&, url, number = count] {
                     begun += number;
                     QNetworkReply *const reply = manager.get(QNetworkRequest(url));
-                    connect(reply, &QNetworkReply::finished, this, [&ended] { ++ended; });
+                    connect(reply, &QNetworkReply::finished, this, [count = &ended] { ++*count; });
                     return reply;
                 });
             }

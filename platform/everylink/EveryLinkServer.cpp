@@ -4,7 +4,7 @@
 #include <qmdnsengine/mdns.h>
 #include <qmdnsengine/message.h>
 
-#include <QNetworkInterface>
+#include <QNetworkDatagram>
 
 namespace {
 
@@ -29,20 +29,36 @@ EveryLinkServer::EveryLinkServer(QObject *parent)
 }
 
 // A question from another port than this one would be answered to the asker alone, and once only
-// (RFC 6762, section 6.7). The base's own sockets have it, too, and go on listening.
+// (RFC 6762, section 6.7). The base's own sockets have it, too. What is sent to this machine alone
+// comes to one of the sockets on that port, which may be one of these: it is heard as well.
 void EveryLinkServer::bind(QUdpSocket &socket, const QHostAddress &any)
 {
+    connect(&socket, &QUdpSocket::readyRead, this, [this, &socket] { listen(socket); });
     socket.bind(any, QMdnsEngine::MdnsPort,
                 QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
     socket.setSocketOption(QAbstractSocket::MulticastTtlOption, 255);
+}
+
+void EveryLinkServer::listen(QUdpSocket &socket)
+{
+    QMdnsEngine::Message message;
+    const QNetworkDatagram datagram = socket.receiveDatagram();
+    if (QMdnsEngine::fromPacket(datagram.data(), message) && message.isResponse()) {
+        message.setAddress(datagram.senderAddress());
+        message.setPort(static_cast<quint16>(datagram.senderPort()));
+        emit messageReceived(message);
+    }
 }
 
 void EveryLinkServer::sendMessageToAll(const QMdnsEngine::Message &message)
 {
     QByteArray packet;
     QMdnsEngine::toPacket(message, packet);
-    const auto links = QNetworkInterface::allInterfaces();
-    for (const QNetworkInterface &link : links) {
+    if (!listed.isValid() || listed.hasExpired(1000)) {
+        links = QNetworkInterface::allInterfaces();
+        listed.start();
+    }
+    for (const QNetworkInterface &link : qAsConst(links)) {
         const auto flags = link.flags();
         if (!flags.testFlag(QNetworkInterface::IsRunning)
             || !flags.testFlag(QNetworkInterface::CanMulticast)) {

@@ -2,11 +2,14 @@
 
 #include <qmdnsengine/server.h>
 
+#include <QElapsedTimer>
+#include <QList>
+#include <QNetworkInterface>
 #include <QUdpSocket>
 
-// QMdnsEngine's server, but one that asks on every network interface. By itself it listens on all
-// of them and leaves it to the system where a question goes: to one interface, whichever that is. A
-// laptop has the office's network beside the plant's.
+// QMdnsEngine's server, but one that asks on every network interface. The base listens on all
+// interfaces but sends to one that the system chooses. A laptop has the office's network beside the
+// plant's.
 class EveryLinkServer final : public QMdnsEngine::Server {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(EveryLinkServer)
@@ -20,8 +23,11 @@ public:
     void sendMessageToAll(const QMdnsEngine::Message &message) override;
 
 private:
-    static void bind(QUdpSocket &socket, const QHostAddress &any);
+    void bind(QUdpSocket &socket, const QHostAddress &any);
+    void listen(QUdpSocket &socket);
 
+    QElapsedTimer listed;
+    QList<QNetworkInterface> links; // asking the system for each question holds up what is heard
     QUdpSocket ip4;
     QUdpSocket ip6;
 };

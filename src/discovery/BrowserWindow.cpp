@@ -3,8 +3,6 @@
 #include "discovery/ServiceModel.h"
 #include "net/Utf8.h"
 
-#include <qmdnsengine/resolver.h>
-
 #include <QAction>
 #include <QCheckBox>
 #include <QClipboard>
@@ -176,9 +174,10 @@ void BrowserWindow::onSelectionChanged(const QItemSelection &selected, const QIt
     const QModelIndex index = proxy->mapToSource(selected.constFirst().topLeft());
     const auto service = model->data(index, Qt::UserRole).value<QMdnsEngine::Service>();
     showAttributes(service.attributes());
-    resolver = new QMdnsEngine::Resolver(&server, service.hostname(), nullptr, this);
-    connect(resolver, &QMdnsEngine::Resolver::resolved, this,
+    auto *const found = new MdnsResolver(&server, service.hostname(), nullptr, this);
+    connect(found, &MdnsResolver::resolved, this,
             [this](const QHostAddress &address) { addressList->addItem(address.toString()); });
+    resolver = found;
 }
 
 void BrowserWindow::onServiceFilterChanged(const QString &filter)

@@ -6,8 +6,6 @@
 #include "net/ResponseBody.h"
 #include "net/Utf8.h"
 
-#include <qmdnsengine/resolver.h>
-
 #include <QCoreApplication>
 #include <QDebug>
 #include <QNetworkReply>
@@ -139,9 +137,8 @@ void NMOSMdnsBrowser::resolveAndFetch(const QMdnsEngine::Service &svc)
     const auto attributes = svc.attributes();
     const QString scheme = utf8Text(attributes.value("api_proto", "http"));
     const QString version = selectApiVersion(utf8Text(attributes.value("api_ver", "v1.3")));
-    auto *const resolver =
-        new QMdnsEngine::Resolver(server.get(), svc.hostname(), cache.get(), this);
-    connect(resolver, &QMdnsEngine::Resolver::resolved, this,
+    auto *const resolver = new MdnsResolver(server.get(), svc.hostname(), cache.get(), this);
+    connect(resolver, &MdnsResolver::resolved, this,
             [this, scheme, version, svc](const QHostAddress &address) {
                 fetchSelf(address, scheme, version, svc);
             });

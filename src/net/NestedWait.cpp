@@ -40,16 +40,19 @@ NestedWait::~NestedWait()
 {
     innermostWait = outer;
     currentIntake = intake;
+    makeIntakesGiveWay();
 }
 
 void NestedWait::noteAnswer()
 {
     answered = true;
-    if (intake) {
-        return;
-    }
-    for (NestedWait *wait = innermostWait; wait != this; wait = wait->outer) {
-        if (wait->intake) {
+    makeIntakesGiveWay();
+}
+
+void NestedWait::makeIntakesGiveWay()
+{
+    if (isOperatorDue()) {
+        for (const NestedWait *wait = innermostWait; wait->intake; wait = wait->outer) {
             wait->intake->interrupted = true;
             wait->end();
         }

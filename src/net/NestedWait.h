@@ -11,10 +11,9 @@
 //  - the operator's: everything else, whether a command, the check of a field, a dialog or a box.
 //    What the operator starts while an intake waits is the operator's, too.
 //
-// An intake gives way. As soon as one of the operator's waits has what it waits for, the waits of
-// all intakes inside it end, and these intakes may send no further request. Only another wait of
-// the operator inside it can still hold it up. The operator's waits end early only when the program
-// closes.
+// An intake gives way. As soon as one of the operator's waits has what it waits for and only intakes
+// hold it up, their waits end, and these intakes may send no further request. The operator's waits
+// end early only when the program closes.
 //
 // All of it belongs to the GUI thread; the objects live on its stack, one inside another.
 
@@ -52,8 +51,7 @@ public:
     explicit NestedWait(std::function<void()> end);
     ~NestedWait();
 
-    // Has to be called when what is waited for has come. When the wait is the operator's, this ends
-    // the waits of the intakes inside it.
+    // Has to be called when what is waited for has come.
     void noteAnswer();
 
     bool isAnswered() const
@@ -75,6 +73,8 @@ public:
     static void endAll();
 
 private:
+    static void makeIntakesGiveWay();
+
     const std::function<void()> end;
     IntakeScope *const intake; // null: the operator's
     NestedWait *const outer;

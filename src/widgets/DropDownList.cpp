@@ -35,17 +35,6 @@ private:
     QWindow *window;
 };
 
-// QApplication does so for the window system's own events only.
-void giveFocus(QWidget *pressed)
-{
-    while (pressed && !(pressed->isEnabled() && (pressed->focusPolicy() & Qt::ClickFocus))) {
-        pressed = pressed->isWindow() ? nullptr : pressed->parentWidget();
-    }
-    if (pressed) {
-        pressed->setFocus(Qt::MouseFocusReason);
-    }
-}
-
 // Passes a press on to the program's window under the pointer.
 void passOn(const QMouseEvent &press)
 {
@@ -58,7 +47,6 @@ void passOn(const QMouseEvent &press)
         below->raise();
         below->requestActivate();
     }
-    giveFocus(QApplication::widgetAt(press.globalPos()));
     const QPointF position = below->mapFromGlobal(press.globalPos());
     QMouseEvent event(QEvent::MouseButtonPress, position, position, press.screenPos(),
                       press.button(), press.buttons(), press.modifiers(), press.source());
@@ -88,19 +76,12 @@ void DropDownList::rowsInserted(const QModelIndex &parent, int start, int end)
 {
     EntryList::rowsInserted(parent, start, end);
     if (!isVisible()) {
-        updateGeometry();
         return;
     }
     for (int row = start; row <= end; ++row) {
         setRowHidden(row, true);
     }
     holding = true;
-}
-
-void DropDownList::rowsAboutToBeRemoved(const QModelIndex &parent, int start, int end)
-{
-    EntryList::rowsAboutToBeRemoved(parent, start, end);
-    updateGeometry();
 }
 
 void DropDownList::currentChanged(const QModelIndex &current, const QModelIndex &previous)
@@ -165,6 +146,7 @@ void DropDownList::hideEvent(QHideEvent *event)
 {
     EntryList::hideEvent(event);
     QCoreApplication::instance()->removeEventFilter(this);
+    updateGeometry(); // other entries may come or go before it opens again
     // QComboBox closes the list before it chooses the row.
     QMetaObject::invokeMethod(this, &DropDownList::settle, Qt::QueuedConnection);
 }
@@ -178,7 +160,6 @@ void DropDownList::settle()
         setRowHidden(row, false);
     }
     holding = false;
-    updateGeometry();
     // Qt does not notice when the pointer leaves the selector while the list is open, and would
     // leave its border blue.
     if (!selector->rect().contains(selector->mapFromGlobal(QCursor::pos()))) {

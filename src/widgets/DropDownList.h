@@ -29,7 +29,6 @@ signals:
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
     void rowsInserted(const QModelIndex &parent, int start, int end) override;
-    void rowsAboutToBeRemoved(const QModelIndex &parent, int start, int end) override;
     void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;

@@ -156,7 +156,6 @@ bool MatchPopup::closesOn(const QObject *watched, const QEvent *event) const
     case QEvent::Hide:
         return watched == selector || watched == selector->window();
     case QEvent::WindowBlocked:
-    case QEvent::WindowDeactivate:
     case QEvent::WindowStateChange:
         return watched == selector->window();
     default:

@@ -18,6 +18,7 @@ constexpr int shownCharacters = 1000;
 constexpr int deafTime = 500; // milliseconds
 constexpr QSize windowFrame(20, 48); // room for what a window manager adds
 constexpr int widthStep = 40;
+constexpr QSize scrollingSize(800, 400); // for words that no width holds
 
 } // namespace
 
@@ -98,43 +99,54 @@ QString MessageBox::copiedText() const
                               : selected.replace(QChar::ParagraphSeparator, QLatin1Char('\n'));
 }
 
-// QMessageBox wraps its text at 500 pixels or less, however high that makes the box.
+// QMessageBox wraps its text at 500 pixels or less, however high that makes the box, and does not
+// break words.
 void MessageBox::fitScreen()
 {
     const QWidget *over = parentWidget() ? parentWidget() : this;
     const QSize room = over->screen()->availableGeometry().size() - windowFrame;
-    const auto heightAt = [content = layout()](int width) {
-        return content->hasHeightForWidth() ? content->totalHeightForWidth(width)
-                                            : content->totalMinimumSize().height();
-    };
-    // As wide as it takes to be half as high as wide, or as low as the text gets.
-    const int leastHeight = heightAt(room.width());
-    const auto isTooHigh = [&](int width) {
-        return heightAt(width) > qMax(width / 2, leastHeight);
-    };
-    int fitted = qMin(width(), room.width());
-    while (fitted < room.width() && isTooHigh(fitted)) {
-        fitted = qMin(fitted + widthStep, room.width());
+    auto *label = findChild<QLabel *>(QStringLiteral("qt_msgbox_label"));
+    // QMessageBox may have told the label to break words, which lasts until its next layout.
+    label->setWordWrap(label->wordWrap());
+    QSize size(qMax(width(), layout()->totalMinimumSize().width()), 0);
+    bool scrolls = size.width() > room.width();
+    if (scrolls) {
+        size = scrollingSize.boundedTo(room);
+    } else {
+        const auto heightAt = [content = layout()](int width) {
+            return content->hasHeightForWidth() ? content->totalHeightForWidth(width)
+                                                : content->totalMinimumSize().height();
+        };
+        // As wide as it takes to be half as high as wide, or as low as the text gets.
+        const int leastHeight = heightAt(room.width());
+        while (size.width() < room.width()
+               && heightAt(size.width()) > qMax(size.width() / 2, leastHeight)) {
+            size.setWidth(qMin(size.width() + widthStep, room.width()));
+        }
+        const int height = heightAt(size.width());
+        scrolls = height > room.height();
+        size.setHeight(qMin(height, room.height()));
     }
-    const int height = heightAt(fitted);
-    if (height > room.height()) {
-        scrollText();
+    setFixedSize(size);
+    if (scrolls) {
+        scrollText(label);
     }
-    setFixedSize(fitted, qMin(height, room.height()));
     adjustPosition(parentWidget());
     // QDialog does so, too: it is not a place that was asked for.
     setAttribute(Qt::WA_Moved, false);
 }
 
-void MessageBox::scrollText()
+void MessageBox::scrollText(QLabel *label)
 {
-    auto *label = findChild<QLabel *>(QStringLiteral("qt_msgbox_label"));
-    auto *view = new QPlainTextEdit(text(), this);
+    auto *view = new QPlainTextEdit(this);
     view->setReadOnly(true);
     view->setTabChangesFocus(true);
     delete layout()->replaceWidget(label, view);
     label->hide();
     view->show();
+    // At its size: the view scrolls when it gets narrower.
+    layout()->activate();
+    view->setPlainText(text());
 }
 
 void showMessage(QWidget *parent, const Message &message)

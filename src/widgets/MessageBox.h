@@ -4,6 +4,8 @@
 #include <QMessageBox>
 #include <QString>
 
+class QLabel;
+
 // Something to tell the operator.
 struct Message {
     QMessageBox::Icon icon;
@@ -19,7 +21,7 @@ struct Message {
 //  - the mouse works at once, but no key does for the first half second that the box is on the
 //    screen, nor does one that is held down since then: it was meant for something else;
 //  - the box fits the screen of its parent. A long text makes it wider before it makes it higher,
-//    and scrolls only when it fits at no width.
+//    and scrolls only when it fits in no other way.
 class MessageBox final : public QMessageBox {
     Q_DISABLE_COPY_MOVE(MessageBox)
 
@@ -37,8 +39,8 @@ private:
     bool takesKeys(const QKeyEvent &key);
     QString copiedText() const;
     void fitScreen();
-    // Puts a view that scrolls in place of the text's label.
-    void scrollText();
+    // Puts a view that scrolls and breaks words in place of the text's label.
+    void scrollText(QLabel *label);
 
     QElapsedTimer onScreen; // invalid before the box is painted
     bool awake = false; // keys have an effect

@@ -1,6 +1,8 @@
 #include "widgets/PressGuard.h"
 
+#include <QAbstractButton>
 #include <QApplication>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QStyleHints>
 #include <QWindow>
@@ -46,6 +48,28 @@ bool PressGuard::eventFilter(QObject *watched, QEvent *event)
             swallowing = false;
         }
         return swallowed;
+    }
+    case QEvent::KeyRelease:
+        releasedKey = static_cast<QKeyEvent *>(event)->key();
+        keyReleaseTime = static_cast<QKeyEvent *>(event)->timestamp();
+        return false;
+    case QEvent::KeyPress:
+        return isHeldOnButton(*static_cast<QKeyEvent *>(event));
+    default:
+        return false;
+    }
+}
+
+bool PressGuard::isHeldOnButton(const QKeyEvent &press) const
+{
+    switch (press.key()) {
+    case Qt::Key_Space:
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+    case Qt::Key_Escape: {
+        const bool isHeld = press.isAutoRepeat()
+            || (press.key() == releasedKey && press.timestamp() == keyReleaseTime);
+        return isHeld && qobject_cast<QAbstractButton *>(QApplication::focusWidget());
     }
     default:
         return false;

@@ -5,6 +5,7 @@
 #include "support/Boxes.h"
 #include "support/Window.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QDialog>
 #include <QLineEdit>
@@ -109,15 +110,19 @@ inline QString entry(const QString &name, const SimulatedNode &node, const QStri
 
 inline QStringList storedDevices()
 {
-    QSettings store(Identity::organisation(), Identity::application());
     QStringList hosts;
-    const int count = store.beginReadArray(QStringLiteral("manualDevices"));
-    for (int i = 0; i < count; ++i) {
-        store.setArrayIndex(i);
-        hosts.append(store.value(QStringLiteral("address")).toString() + QLatin1Char(':')
-                     + store.value(QStringLiteral("port")).toString());
+    QSettings store = settings();
+    const auto devices = ManualDevices::read(store);
+    for (const ManualDevice &device : devices) {
+        hosts.append(device.host());
     }
     return hosts;
+}
+
+inline void storeDevices(const QList<ManualDevice> &devices)
+{
+    QSettings store = settings();
+    ManualDevices::write(store, devices);
 }
 
 inline const QString sendersPath = SimulatedNode::collectionPath(QStringLiteral("senders"));

@@ -3,9 +3,8 @@
 #include "Application.h"
 #include "net/Descriptors.h"
 
+#include <QApplication>
 #include <QClipboard>
-#include <QGuiApplication>
-#include <QObject>
 #include <QSettings>
 
 // A test of the program's windows: with its identity, its style and its limits, and with an empty

@@ -4,6 +4,12 @@
 
 #include <functional>
 
+// A QString in the short form of Qt 6: "text"_s.
+inline QString operator""_s(const char *text, std::size_t size)
+{
+    return QString::fromUtf8(text, static_cast<int>(size));
+}
+
 // Runs a test with a QApplication that needs no display and with a temporary home directory, so
 // that the tests neither read nor change the settings and caches of the person who runs them.
 int runTest(int argc, char **argv, const std::function<int()> &test);

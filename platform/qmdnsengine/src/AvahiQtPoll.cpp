@@ -1,7 +1,5 @@
 #include "AvahiQtPoll.h"
 
-#include "PacketGuard.h"
-
 #include <avahi-common/timeval.h>
 
 #include <QElapsedTimer>
@@ -23,8 +21,9 @@ constexpr qint64 millisecondsPerTurn = 10;
 // inside its own callback still exists while the callback returns through it.
 
 struct AvahiWatch final : QObject {
-    AvahiWatch(QObject *parent, int descriptor, AvahiWatchCallback function, void *data)
+    AvahiWatch(AvahiQtPoll *parent, int descriptor, AvahiWatchCallback function, void *data)
         : QObject(parent)
+        , poll(parent)
         , fd(descriptor)
         , callback(function)
         , userdata(data)
@@ -54,11 +53,15 @@ struct AvahiWatch final : QObject {
         }
         // Avahi reads one packet a call. When a whole plant answers at once, one packet a turn of
         // the event loop would leave the rest to overflow the socket's buffer.
+        QVector<PacketGuard::Owner> owners;
         QElapsedTimer turn;
         turn.start();
         for (int i = 0; i < packetsPerTurn && !turn.hasExpired(millisecondsPerTurn) && callback
-             && PacketGuard::admitNext(fd);
+             && PacketGuard::admitNext(fd, &owners);
              ++i) {
+            if (poll->heard) {
+                poll->heard(owners);
+            }
             call(event);
         }
     }
@@ -74,6 +77,7 @@ struct AvahiWatch final : QObject {
 
     static constexpr int packetsPerTurn = 64;
 
+    AvahiQtPoll *poll;
     int fd;
     AvahiWatchCallback callback;
     void *userdata;
@@ -132,7 +136,7 @@ AvahiWatch *newWatch(const AvahiPoll *api, int fd, AvahiWatchEvent events,
                      AvahiWatchCallback callback, void *userdata)
 {
     auto *const watch =
-        new AvahiWatch(static_cast<QObject *>(api->userdata), fd, callback, userdata);
+        new AvahiWatch(static_cast<AvahiQtPoll *>(api->userdata), fd, callback, userdata);
     watch->listen(events);
     return watch;
 }

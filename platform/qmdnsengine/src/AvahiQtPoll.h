@@ -1,9 +1,13 @@
 #pragma once
 
+#include "PacketGuard.h"
+
 #include <avahi-common/watch.h>
 
 #include <QObject>
 #include <QVector>
+
+#include <functional>
 
 // Avahi's poll interface on the event loop of the thread that makes it. Watches and timeouts may be
 // changed and freed at any time, also from inside their own callbacks.
@@ -19,6 +23,10 @@ public:
     {
         return &table;
     }
+
+    // Called with the records of each packet that Avahi is given, before it reads them; queries
+    // have none but known answers.
+    std::function<void(const QVector<PacketGuard::Owner> &)> heard;
 
     // The UDP sockets that are watched.
     QVector<int> sockets() const;

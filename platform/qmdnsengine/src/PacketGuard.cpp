@@ -11,12 +11,14 @@ namespace {
 
 constexpr quint16 aliasType = 5;
 constexpr int headerSize = 12;
+constexpr int nameSize = 255; // RFC 1035, section 2.3.4
 
 // Reads a DNS message (RFC 1035, section 4.1) record by record.
 class Reader {
 public:
     Reader(const uchar *data, qint64 size)
-        : at(data)
+        : begin(data)
+        , at(data)
         , end(data + size)
     {
     }
@@ -57,6 +59,32 @@ public:
         return false;
     }
 
+    // The name that begins here, uncompressed. Each pointer leads further back, so it ends.
+    QByteArray name() const
+    {
+        QByteArray wire;
+        const uchar *limit = at;
+        for (const uchar *from = at; from < end && wire.size() < nameSize;) {
+            const uchar length = *from;
+            if (length < 0x40) {
+                if (end - from <= length) {
+                    break;
+                }
+                wire.append(reinterpret_cast<const char *>(from), 1 + length);
+                if (length == 0) {
+                    return wire;
+                }
+                from += 1 + length;
+                continue;
+            }
+            if (length < 0xc0 || end - from < 2 || begin + offset(from) >= limit) {
+                break;
+            }
+            from = limit = begin + offset(from);
+        }
+        return {};
+    }
+
     bool skipRecord(quint16 &type)
     {
         quint16 size = 0;
@@ -64,13 +92,19 @@ public:
     }
 
 private:
+    static int offset(const uchar *pointer)
+    {
+        return qFromBigEndian<quint16>(pointer) & 0x3fff;
+    }
+
+    const uchar *begin;
     const uchar *at;
     const uchar *end;
 };
 
 } // namespace
 
-bool PacketGuard::isHarmful(const uchar *data, qint64 size)
+bool PacketGuard::isHarmful(const uchar *data, qint64 size, QVector<Owner> *owners)
 {
     Reader reader(data, size);
     std::array<quint16, 4> counts{};
@@ -83,10 +117,16 @@ bool PacketGuard::isHarmful(const uchar *data, qint64 size)
     }
     const int records = counts[1] + counts[2] + counts[3];
     for (int i = 0; readable && i < records; ++i) {
-        quint16 type = 0;
-        readable = reader.skipRecord(type);
-        if (type == aliasType) {
+        Owner owner;
+        if (owners) {
+            owner.first = reader.name().toLower();
+        }
+        readable = reader.skipRecord(owner.second);
+        if (owner.second == aliasType) {
             return true;
+        }
+        if (owners) {
+            owners->append(owner);
         }
     }
     return !readable;
@@ -103,20 +143,21 @@ bool PacketGuard::isNameServiceSocket(int fd)
 void PacketGuard::makeRoom(int fd)
 {
     const int bytes = 1024 * 1024;
-    // Beyond the system's limit where the process may, else up to it.
+    // SO_RCVBUFFORCE exceeds the limit but needs privileges.
     if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
     }
 }
 
-bool PacketGuard::admitNext(int fd)
+bool PacketGuard::admitNext(int fd, QVector<Owner> *owners)
 {
     // As large as a datagram can be.
     static std::array<uchar, 0x10000> packet;
-    // Not without end: whoever floods the network must not hold the event loop.
+    // Bounded: a flood must not block the event loop.
     for (int discarded = 0; discarded < 64; ++discarded) {
         const ssize_t size = recv(fd, packet.data(), packet.size(), MSG_PEEK | MSG_DONTWAIT);
-        if (size < 0 || !isHarmful(packet.data(), size)) {
+        owners->clear();
+        if (size < 0 || !isHarmful(packet.data(), size, owners)) {
             return size >= 0;
         }
         recv(fd, packet.data(), packet.size(), MSG_DONTWAIT);

@@ -1,10 +1,15 @@
 #include "RecordLookup.h"
 
 #include <avahi-common/domain.h>
+#include <avahi-core/rr.h>
+
+#include <algorithm>
 
 namespace QMdnsEngine {
 
 namespace {
+
+constexpr quint32 longestLife = 4500; // seconds: what RFC 6762, section 10, gives most records
 
 bool isWellFormed(const QByteArray &name)
 {
@@ -14,26 +19,23 @@ bool isWellFormed(const QByteArray &name)
 
 } // namespace
 
-RecordLookup::RecordLookup(std::shared_ptr<ServerPrivate> onServer, const Question &question,
+RecordLookup::RecordLookup(std::shared_ptr<ServerPrivate> onServer, const Question &asked,
                            Handler eventHandler)
     : server(std::move(onServer))
+    , question(asked)
     , handler(std::move(eventHandler))
 {
     if (!server || !server->avahi || !isWellFormed(question.name)) {
         return;
     }
-    AvahiKey *const key =
-        avahi_key_new(question.name.constData(), AVAHI_DNS_CLASS_IN, question.type);
-    if (!key) {
-        return;
+    server->lookups.insert(this);
+    if (question.type != AVAHI_DNS_TYPE_PTR && question.link != everyLink) {
+        owner = {wireName(question.name).toLower(), question.type};
+        server->unique.insert(owner, this);
+        timer.setSingleShot(true);
+        QObject::connect(&timer, &QTimer::timeout, &timer, [this] { onTimer(); });
     }
-    records =
-        avahi_s_record_browser_new(server->avahi, question.link.first, question.link.second, key,
-                                   AVAHI_LOOKUP_USE_MULTICAST, &RecordLookup::onEvent, this);
-    avahi_key_unref(key);
-    if (records) {
-        server->lookups.insert(this);
-    }
+    begin();
 }
 
 RecordLookup::~RecordLookup()
@@ -43,11 +45,108 @@ RecordLookup::~RecordLookup()
 
 void RecordLookup::stop()
 {
+    if (server && server->lookups.remove(this)) {
+        server->unique.remove(owner, this);
+        timer.stop();
+        end();
+    }
+}
+
+void RecordLookup::begin()
+{
+    AvahiKey *const key =
+        avahi_key_new(question.name.constData(), AVAHI_DNS_CLASS_IN, question.type);
+    if (key) {
+        records = avahi_s_record_browser_new(server->avahi, question.link.first,
+                                             question.link.second, key, AVAHI_LOOKUP_USE_MULTICAST,
+                                             &RecordLookup::onEvent, this);
+        avahi_key_unref(key);
+    }
+}
+
+void RecordLookup::end()
+{
     if (records) {
         avahi_s_record_browser_free(records);
         records = nullptr;
-        server->lookups.remove(this);
     }
+}
+
+void RecordLookup::rest()
+{
+    end();
+    state = State::Resting;
+    quint32 life = longestLife;
+    for (const Known &each : known) {
+        life = qMin(life, each.record->ttl);
+    }
+    if (isAnswered()) {
+        timer.start(static_cast<int>(life) * 850);
+    }
+}
+
+void RecordLookup::readAgain()
+{
+    if (state != State::Asking) {
+        end();
+        state = State::Asking;
+        for (Known &each : known) {
+            each.isInCache = false;
+        }
+        begin();
+    }
+}
+
+// Avahi sends a question 100 ms after it was posed: one that the cache answers is never sent.
+void RecordLookup::onTimer()
+{
+    if (state == State::Asking) {
+        if (isAnswered()) {
+            rest();
+        }
+    } else if (state == State::Resting) {
+        // For as long as the records may still live, and until an answer could be here.
+        state = State::Renewing;
+        timer.start(qMax(3000, timer.interval() / 5));
+        begin();
+    } else {
+        readAgain();
+    }
+}
+
+void RecordLookup::take(Link link, AvahiRecord *record)
+{
+    for (Known &each : known) {
+        if (each.link == link && avahi_record_equal_no_ttl(each.record.get(), record) != 0) {
+            each = {link, {avahi_record_ref(record), avahi_record_unref}, true};
+            return;
+        }
+    }
+    known.push_back({link, {avahi_record_ref(record), avahi_record_unref}, true});
+    handler(Event::Found, link, record);
+}
+
+void RecordLookup::finishReading()
+{
+    const std::vector<Known> before = known;
+    for (const Known &each : before) {
+        if (!each.isInCache && state == State::Asking) {
+            forget(each.link, each.record.get());
+        }
+    }
+    if (!isRead) {
+        isRead = true;
+        handler(Event::CacheRead, Link(), nullptr);
+    }
+}
+
+void RecordLookup::forget(Link link, AvahiRecord *record)
+{
+    const auto isIt = [link, record](const Known &each) {
+        return each.link == link && avahi_record_equal_no_ttl(each.record.get(), record) != 0;
+    };
+    known.erase(std::remove_if(known.begin(), known.end(), isIt), known.end());
+    handler(Event::Lost, link, record);
 }
 
 void RecordLookup::onEvent(AvahiSRecordBrowser *, AvahiIfIndex interface, AvahiProtocol protocol,
@@ -57,17 +156,21 @@ void RecordLookup::onEvent(AvahiSRecordBrowser *, AvahiIfIndex interface, AvahiP
     auto *const self = static_cast<RecordLookup *>(userdata);
     switch (event) {
     case AVAHI_BROWSER_NEW:
-        self->handler(Event::Found, Link(interface, protocol), record);
+        self->take(Link(interface, protocol), record);
         break;
     case AVAHI_BROWSER_REMOVE:
-        self->handler(Event::Lost, Link(interface, protocol), record);
+        self->forget(Link(interface, protocol), record);
         break;
     case AVAHI_BROWSER_CACHE_EXHAUSTED:
     case AVAHI_BROWSER_FAILURE:
-        self->handler(Event::CacheRead, Link(), nullptr);
+        self->finishReading();
         break;
     case AVAHI_BROWSER_ALL_FOR_NOW:
         break;
+    }
+    if (!self->owner.first.isEmpty() && self->state == State::Asking && self->isRead
+        && self->isAnswered()) {
+        self->timer.start(0);
     }
 }
 

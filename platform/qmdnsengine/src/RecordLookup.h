@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 namespace QMdnsEngine {
 
@@ -21,6 +22,11 @@ struct Question {
 };
 
 // A continuous query for the records of one name and type. It ends with its server, at the latest.
+//
+// On one link, for the records that belong to one host (all but PTR), it asks no longer than it
+// must: Avahi would ask again and again for what is cached (RFC 6762, section 7.1). Once it has
+// records it rests without a query of Avahi's. It reads them from the cache again when the network
+// says something of them, and asks before they expire.
 class RecordLookup final {
     Q_DISABLE_COPY_MOVE(RecordLookup)
 
@@ -41,14 +47,47 @@ public:
     // Has no more events.
     void stop();
 
+    // Whether it has found a record that is not lost.
+    bool isAnswered() const
+    {
+        return !known.empty();
+    }
+
+    // Asks no more until something is heard. Not for PTR records or for every link.
+    void rest();
+
+    // Reads the cache, unless it is asking.
+    void readAgain();
+
 private:
+    enum class State { Asking, Resting, Renewing };
+
+    struct Known {
+        Link link;
+        std::shared_ptr<AvahiRecord> record;
+        bool isInCache;
+    };
+
+    void begin();
+    void end();
+    void onTimer();
+    void take(Link link, AvahiRecord *record);
+    void forget(Link link, AvahiRecord *record);
+    void finishReading();
+
     static void onEvent(AvahiSRecordBrowser *browser, AvahiIfIndex interface,
                         AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord *record,
                         AvahiLookupResultFlags flags, void *userdata);
 
     std::shared_ptr<ServerPrivate> server;
+    Question question;
     Handler handler;
     AvahiSRecordBrowser *records = nullptr;
+    PacketGuard::Owner owner; // empty: never rests
+    State state = State::Asking;
+    bool isRead = false; // the cache, the first time
+    std::vector<Known> known;
+    QTimer timer;
 };
 
 // Adds the trailing dot to a domain name of Avahi's; escapes only dots and backslashes. Empty when

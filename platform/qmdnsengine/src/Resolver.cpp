@@ -8,12 +8,22 @@
 #include <QNetworkInterface>
 #include <QQueue>
 #include <QSet>
+#include <QTimer>
 #include <QtEndian>
 
+#include <algorithm>
+#include <chrono>
 #include <map>
 #include <vector>
 
 namespace QMdnsEngine {
+
+namespace {
+
+// In this time Avahi asks four times.
+constexpr std::chrono::seconds patience{10};
+
+} // namespace
 
 // Avahi's events only fill a queue. Each address is reported from the event loop when Avahi is at
 // rest, and as the last thing that is done, so that the receiver may destroy whatever it likes.
@@ -48,16 +58,23 @@ public:
     // Asks for the addresses on a link, once.
     void ask(Link link)
     {
-        if (lookups.count(everyLink) == 0 && lookups.count(link) == 0) {
-            for (const quint16 type : {AVAHI_DNS_TYPE_A, AVAHI_DNS_TYPE_AAAA}) {
-                lookups[link].push_back(
-                    std::make_unique<RecordLookup>(server, Question{name, type, link}, handler()));
-            }
+        if (lookups.count(everyLink) > 0 || lookups.count(link) > 0) {
+            return;
+        }
+        for (const quint16 type : {AVAHI_DNS_TYPE_A, AVAHI_DNS_TYPE_AAAA}) {
+            lookups[link].push_back(
+                std::make_unique<RecordLookup>(server, Question{name, type, link}, handler()));
+        }
+        if (link != everyLink) {
+            QTimer::singleShot(patience, q, [this, link] { giveUp(lookups[link]); });
         }
     }
 
 private:
+    using Lookups = std::vector<std::unique_ptr<RecordLookup>>;
+
     RecordLookup::Handler handler();
+    static void giveUp(const Lookups &ofOneLink);
     void take(const QHostAddress &address);
     void report();
 
@@ -65,7 +82,7 @@ private:
     std::shared_ptr<ServerPrivate> server;
     std::shared_ptr<CachePrivate> cache;
     QByteArray name;
-    std::map<Link, std::vector<std::unique_ptr<RecordLookup>>> lookups;
+    std::map<Link, Lookups> lookups;
     QSet<QString> known;
     QQueue<QHostAddress> unsent;
 };
@@ -86,6 +103,21 @@ RecordLookup::Handler ResolverPrivate::handler()
         }
         take(address);
     };
+}
+
+// Most hosts have addresses of one IP version only.
+void ResolverPrivate::giveUp(const Lookups &ofOneLink)
+{
+    const auto isAnswered = [](const auto &lookup) {
+        return lookup->isAnswered();
+    };
+    if (std::any_of(ofOneLink.begin(), ofOneLink.end(), isAnswered)) {
+        for (const auto &lookup : ofOneLink) {
+            if (!lookup->isAnswered()) {
+                lookup->rest();
+            }
+        }
+    }
 }
 
 void ResolverPrivate::take(const QHostAddress &address)

@@ -14,6 +14,9 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <chrono>
+#include <utility>
+
 namespace {
 
 Q_LOGGING_CATEGORY(mdnsLog, "nodepatch.mdns", QtWarningMsg)
@@ -21,6 +24,9 @@ Q_LOGGING_CATEGORY(mdnsLog, "nodepatch.mdns", QtWarningMsg)
 // Records that the stack keeps for each interface: a plant of some thousand nodes with everything
 // that they publish. More are not remembered, so that a hostile sender cannot take all memory.
 constexpr unsigned cacheLimit = 32768;
+
+// Avahi keeps for a second what another record replaces or a goodbye withdraws.
+constexpr std::chrono::milliseconds readAgainAfter{1200};
 
 // Avahi warns about every damaged packet; shown only when the category is on.
 void logLine(AvahiLogLevel level, const char *text)
@@ -75,6 +81,11 @@ ServerPrivate::ServerPrivate()
     int error = AVAHI_OK;
     avahi = avahi_server_new(poll.api(), &config, nullptr, nullptr, &error);
     avahi_server_config_free(&config);
+    waking.setSingleShot(true);
+    QObject::connect(&waking, &QTimer::timeout, &poll, [this] { wake(); });
+    poll.heard = [this](const auto &owners) {
+        hear(owners);
+    };
     if (!avahi) {
         failure = QString::fromUtf8(avahi_strerror(error));
         qCWarning(mdnsLog, "No mDNS on this machine: %s", avahi_strerror(error));
@@ -101,6 +112,33 @@ void ServerPrivate::close()
     if (avahi) {
         avahi_server_free(avahi);
         avahi = nullptr;
+    }
+}
+
+void ServerPrivate::hear(const QVector<PacketGuard::Owner> &owners)
+{
+    for (const PacketGuard::Owner &owner : owners) {
+        if (unique.contains(owner)) {
+            heard.insert(owner);
+        }
+    }
+    if (!heard.isEmpty() && !waking.isActive()) {
+        waking.start(0);
+    }
+}
+
+void ServerPrivate::wake()
+{
+    const QSet<PacketGuard::Owner> owners = heard + readOnce;
+    readOnce = std::exchange(heard, {});
+    for (const PacketGuard::Owner &owner : owners) {
+        const auto woken = unique.values(owner);
+        for (RecordLookup *const lookup : woken) {
+            lookup->readAgain();
+        }
+    }
+    if (!readOnce.isEmpty()) {
+        waking.start(readAgainAfter);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <QHash>
 #include <QSet>
 #include <QString>
+#include <QTimer>
 
 #include <memory>
 
@@ -46,6 +47,16 @@ public:
     AvahiServer *avahi = nullptr; // null: closed, or never opened
     QString failure; // why it was never opened
     QSet<RecordLookup *> lookups;
+    // Those that may rest, by the records that wake them.
+    QMultiHash<PacketGuard::Owner, RecordLookup *> unique;
+
+private:
+    void hear(const QVector<PacketGuard::Owner> &owners);
+    void wake();
+
+    QTimer waking;
+    QSet<PacketGuard::Owner> heard; // and not read yet
+    QSet<PacketGuard::Owner> readOnce; // and to be read once more, when Avahi has settled
 };
 
 // Where the hosts of a browser's services are seen, and who asks for their addresses. Host names

@@ -17,7 +17,8 @@ class Cache;
 // only answers and could not be heard before, for example behind a switch port that opens late:
 // after a minute, and each minute while services come, change or go; otherwise at intervals that
 // double up to four minutes, because every node answers. What is known already is not reported
-// again. Host name, port and attributes of a service are asked for on the links where it is seen.
+// again. Host name, port and attributes of a service are asked for on the links where it is seen,
+// and only while they are missing or about to expire.
 //
 // A service that is seen on several interfaces, or over IPv4 and IPv6, is one service. All signals
 // come from the event loop, never from inside the constructor, also for what the server knows
