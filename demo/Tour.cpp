@@ -360,7 +360,7 @@ private:
 
 int main(int argc, char *argv[])
 {
-    QApplication app(argc, argv);
+    const auto application = Application::create(argc, argv);
     QApplication::setCursorFlashTime(0);
     Application::setIdentity();
     Application::setAppearance();
@@ -376,7 +376,7 @@ int main(int argc, char *argv[])
     parser.addPositionalArgument(QStringLiteral("transmitter"), QStringLiteral("address:port"));
     parser.addPositionalArgument(QStringLiteral("receiver"), QStringLiteral("address:port"));
     parser.addPositionalArgument(QStringLiteral("screenshots"), QStringLiteral("a directory"));
-    parser.process(app);
+    parser.process(*application);
     const QStringList arguments = parser.positionalArguments();
     if (arguments.size() != 3 || !QDir().mkpath(arguments.at(2))) {
         parser.showHelp(2);
