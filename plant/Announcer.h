@@ -22,8 +22,8 @@ struct Announcement {
 // needs no event loop. Several may run side by side in one process and beside any other mDNS
 // responder of the machine. Its members are for one thread at a time.
 //
-// Announcements go out about a second after they were made, once their names have been probed for.
-// A name that somebody else owns is not announced at all.
+// A service is announced about a second after the call, when its name has been probed for. A name
+// that another responder owns is not announced.
 class Announcer final {
 public:
     Announcer();

@@ -17,8 +17,8 @@
 
 namespace {
 
-// One thread for each connection. The library's own pool has a fixed number of threads, which is
-// too many for an idle node and too few for one with hanging requests.
+// One thread for each connection. The library's own pool has a fixed number of threads: too many
+// for an idle node, too few for one with hanging requests.
 class Threads final : public httplib::TaskQueue {
 public:
     Threads()
@@ -105,7 +105,7 @@ private:
     bool abandoned = false;
 };
 
-// The connection that the current thread serves. The library does not tell it to its handlers.
+// The connection that the current thread serves. The library does not pass it to its handlers.
 thread_local Connection *servedConnection = nullptr;
 
 HttpRequest requestOf(const httplib::Request &request)

@@ -48,7 +48,7 @@ public:
     ~HttpServer();
     Q_DISABLE_COPY_MOVE(HttpServer)
 
-    // The port that it listens at; 0 when it could not have the address and port.
+    // The port that it listens at; 0 when it cannot listen there.
     quint16 port() const;
 
 private:

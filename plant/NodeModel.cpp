@@ -281,7 +281,7 @@ QJsonObject NodeModel::receiverObject(const Endpoint &receiver) const
 {
     const Shape &shape = shapeOf(receiver.essence);
     const QJsonArray mediaTypes{QLatin1String(shape.mediaType)};
-    // The peer counts only while something is received from it.
+    // A disabled receiver has no peer.
     const bool active = isEnabled(receiver.connection);
     return endpointObject(receiver, "sender_id", active ? receiver.connection.peer() : QJsonValue(),
                           jsonObject({{"format", shape.format},

@@ -33,8 +33,8 @@ using LoggedRequest = HttpRequest;
 // (400).
 class SimulatedNode final {
 public:
-    // Listens at once. Port 0 takes a free one. A link-local address needs its scope id. When
-    // the address cannot be had, isListening() is false and nothing is served.
+    // Listens at once. Port 0 takes a free one. A link-local address needs its scope id. When it
+    // cannot listen there, isListening() is false and nothing is served.
     explicit SimulatedNode(const NodeDescription &description = NodeDescription::transmitter(),
                            const QHostAddress &address = QHostAddress::LocalHost, quint16 port = 0);
     // Ends every connection, also those with requests that hang, at once.
@@ -53,7 +53,7 @@ public:
     // at the end.
     QString baseUrl() const;
 
-    // Goes off the air: closes all connections and the port. Connecting is refused until start().
+    // Closes all connections and the port. Connecting is refused until start().
     void stop();
 
     // Listens again, on the same port, with all state kept. False when the port is taken.
@@ -91,7 +91,7 @@ public:
     // ends in '*' stands for every path that begins with what precedes the '*'. Replaces the
     // fault of the same path and method. When several match, the one set last acts.
     void setFault(const QString &path, const Fault &fault);
-    // Takes back the faults of this path, or all; requests that hang on one get their answer.
+    // Removes the faults of this path, or all; requests that hang on one get their answer.
     void clearFaults(const QString &path = {});
 
     // Milliseconds that every answer takes, in addition to any fault; 0 from the start.
