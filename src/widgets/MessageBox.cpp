@@ -41,7 +41,7 @@ bool MessageBox::event(QEvent *event)
         return QMessageBox::event(event);
     case QEvent::LayoutRequest:
         // QMessageBox would take back the size of fitScreen().
-        return QDialog::event(event);
+        return QDialog::event(event); // NOLINT(bugprone-parent-virtual-call)
     default:
         return QMessageBox::event(event);
     }
