@@ -2,7 +2,9 @@
 
 #include "Announcer.h"
 #include "Comparison.h"
+#include "LoopTurns.h"
 #include "MainWindow.h"
+#include "MdnsPacket.h"
 #include "Rows.h"
 #include "SimulatedNode.h"
 #include "WindowDriver.h"
@@ -11,6 +13,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -188,10 +191,65 @@ Comparison::Result announcementToEntry(benchmark::State &state)
         state, [&race] { return race.program(); }, [&race] { return race.beside(); });
 }
 
+// Announces services of which none answers, a thousand a second.
+void announceCrowd(int count)
+{
+    Mdns::Sender sender;
+    for (int i = 0; i < count; ++i) {
+        const QByteArray number = QByteArray::number(i);
+        const QByteArray name = Mdns::instance("crowd " + number);
+        const QByteArray host = "crowd" + number + ".local";
+        sender.send(Mdns::pointer("crowd " + number)
+                        .target(name, host, 9)
+                        .text(name, {"api_ver=v1.3"})
+                        .address(host, QHostAddress(0x7f010000U + i).toString())
+                        .bytes());
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+Comparison::Result entryInACrowd(benchmark::State &state)
+{
+    Comparison::Result result;
+    for ([[maybe_unused]] auto turn : state) {
+        const SimulatedNode node(NodeDescription::transmitter(),
+                                 QHostAddress(QStringLiteral("127.0.0.10")));
+        MainWindow window;
+        const WindowDriver hands(&window);
+        window.show();
+        LoopTurns turns;
+        turns.start([&hands] { return QString::number(hands.tx->count()); });
+        std::atomic<bool> ended{false};
+        std::thread crowd([&ended] {
+            announceCrowd(2000);
+            ended = true;
+        });
+        Comparison::waitUntil([&ended] { return ended.load(); });
+        crowd.join();
+        result.figure =
+            Comparison::timed([&] {
+                const QByteArray name = Mdns::instance("late");
+                Mdns::Sender().send(Mdns::pointer("late")
+                                        .target(name, "late.local", node.port())
+                                        .text(name, {"api_ver=v1.3"})
+                                        .address("late.local", QStringLiteral("127.0.0.10"))
+                                        .bytes());
+                Comparison::waitUntil([&hands] { return hands.tx->count() > 0; });
+            })
+            / 1000;
+        turns.stop();
+        result.remark = turns.summary();
+        state.SetIterationTime(result.figure);
+    }
+    return result;
+}
+
 } // namespace
 
 void Rows::addDiscoveryRows()
 {
     Comparison::addRow({"Announcement to entry in the selector", "avahi-browse -r", "ms", 1.3, 15},
                        announcementToEntry);
+    Comparison::addRow({"A node's entry behind 2,000 services at 1,000 a second", "", "s", 5, 1},
+                       entryInACrowd);
 }

@@ -127,57 +127,6 @@ Comparison::Result hearACrowd(benchmark::State &state)
     return figure(crowd - heard, QStringLiteral("300 within %1 ms").arg(took, 0, 'f', 1));
 }
 
-// Questions that were sent on any link, each counted on the link it was sent from.
-int questions(QUdpSocket &socket)
-{
-    int count = 0;
-    while (socket.hasPendingDatagrams()) {
-        const QNetworkDatagram datagram = socket.receiveDatagram();
-        const QByteArray packet = datagram.data();
-        const auto link =
-            QNetworkInterface::interfaceFromIndex(static_cast<int>(datagram.interfaceIndex()));
-        const auto addresses = link.addressEntries();
-        for (const QNetworkAddressEntry &address : addresses) {
-            if (packet.size() > 12 && (packet.at(2) & 0x80) == 0
-                && address.ip().isEqual(datagram.senderAddress(),
-                                        QHostAddress::TolerantConversion)) {
-                count += qFromBigEndian<quint16>(packet.constData() + 4);
-            }
-        }
-    }
-    return count;
-}
-
-Comparison::Result questionsForAService(benchmark::State &state)
-{
-    constexpr int services = 200;
-    int asked = 0;
-    for ([[maybe_unused]] auto turn : state) {
-        const auto ip4 = Mdns::boundSocket(QAbstractSocket::IPv4Protocol);
-        const auto ip6 = Mdns::boundSocket(QAbstractSocket::IPv6Protocol);
-        const auto links = QNetworkInterface::allInterfaces();
-        for (const QNetworkInterface &link : links) {
-            ip4->joinMulticastGroup(Mdns::group(QAbstractSocket::IPv4Protocol), link);
-            ip6->joinMulticastGroup(Mdns::group(QAbstractSocket::IPv6Protocol), link);
-        }
-        const Engine engine;
-        Mdns::Sender sender;
-        for (int i = 0; i < services; ++i) {
-            sender.send(Mdns::service("asked " + QByteArray::number(i)).bytes());
-            QCoreApplication::processEvents();
-        }
-        QElapsedTimer minute;
-        minute.start();
-        Comparison::waitUntil([&] {
-            asked += questions(*ip4) + questions(*ip6);
-            return minute.hasExpired(58000);
-        });
-        state.SetIterationTime(1);
-    }
-    return figure(static_cast<double>(asked) / services,
-                  QStringLiteral("%1 services on 2 of 6 links").arg(services));
-}
-
 Comparison::Result healthyBehindHanging(benchmark::State &state)
 {
     constexpr int nodes = 1000;
@@ -240,7 +189,6 @@ void Rows::addEngineRows()
             6, 1},
            hearAfterStandingStill);
     addRow({"Services not found of 300 that are announced at once", "", "", 0, 1}, hearACrowd);
-    addRow({"Questions for each service in its first minute", "", "", 24, 1}, questionsForAService);
     addRow({"A healthy node is asked behind 1,000 that hang", "", "s", 20, 1},
            healthyBehindHanging);
 }

@@ -69,7 +69,7 @@ struct Operator {
     QStringList names() const
     {
         QStringList rows = shown(services);
-        return rows.replaceInStrings(QStringLiteral(" (_nmos-node._tcp.local.)"), QString());
+        return rows.replaceInStrings(" (_nmos-node._tcp.local.)"_s, QString());
     }
 
     void select(int row) const
@@ -98,274 +98,248 @@ class TestBrowserWindow final : public QObject {
     Q_OBJECT
 
 private slots:
-    void opensEmptyAndBrowses();
-    void modelKeepsArrivalOrder();
-    void sortsWhileServicesComeAndGo();
-    void filtersInAnyMode();
-    void takesTwoOfOneNameForOne();
-    void showsTheSelectedService();
-    void followsTheSelectionWhenItGoes();
-    void browsesAgainWhileResolving();
-    void worksWithoutAMouse();
-    void copiesRows();
-
-private:
-    Mdns::Sender sender;
-};
-
-void TestBrowserWindow::opensEmptyAndBrowses()
-{
-    Operator op;
-    QCOMPARE(op.window.windowTitle(), QStringLiteral("mDNS Browser"));
-    QCOMPARE(op.window.size(), QSize(640, 480));
-    QCOMPARE(op.type->text(), QStringLiteral("_nmos-node._tcp.local."));
-    QVERIFY(!op.any->isChecked());
-    QVERIFY(shown(op.services).isEmpty());
-    QCOMPARE(op.addresses->count() + op.attributes->columnCount(), 0);
-    const auto place = [&op](const QWidget *part) {
-        return QRect(part->mapTo(&op.window, QPoint()), part->size());
-    };
-    QVERIFY(place(op.services).right() < place(op.addresses).left());
-    QVERIFY(place(op.addresses).bottom() < place(op.attributes).top());
-    op.browse->click();
-    QVERIFY(sender.send(service("Cam").bytes()));
-    QTRY_COMPARE(shown(op.services), texts({"Cam (_nmos-node._tcp.local.)"}));
-    op.type->setText(QStringLiteral("no type at all"));
-    QCOMPARE(shown(op.services).size(), 1);
-    op.browse->click();
-    QVERIFY(shown(op.services).isEmpty());
-}
-
-void TestBrowserWindow::modelKeepsArrivalOrder()
-{
-    QMdnsEngine::Server server;
-    ServiceModel model(&server, "_nmos-node._tcp.local.");
-    const QAbstractItemModelTester tester(&model,
-                                          QAbstractItemModelTester::FailureReportingMode::QtTest);
-    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
-    for (const char *name : {"b", "\xc3\xa4 1", "A"}) {
-        QVERIFY(sender.send(service(name).bytes()));
-        QTRY_VERIFY(model.findService(name) >= 0);
+    void opensEmptyAndBrowses()
+    {
+        Operator op;
+        QCOMPARE(op.window.windowTitle(), "mDNS Browser"_s);
+        QCOMPARE(op.window.size(), QSize(640, 480));
+        QCOMPARE(op.type->text(), "_nmos-node._tcp.local."_s);
+        QVERIFY(!op.any->isChecked());
+        QVERIFY(shown(op.services).isEmpty());
+        QCOMPARE(op.addresses->count() + op.attributes->columnCount(), 0);
+        const auto place = [&op](const QWidget *part) {
+            return QRect(part->mapTo(&op.window, QPoint()), part->size());
+        };
+        QVERIFY(place(op.services).right() < place(op.addresses).left());
+        QVERIFY(place(op.addresses).bottom() < place(op.attributes).top());
+        op.browse->click();
+        QVERIFY(sender.send(service("Cam").bytes()));
+        QTRY_COMPARE(shown(op.services), texts({"Cam (_nmos-node._tcp.local.)"}));
+        op.type->setText("no type at all"_s);
+        QCOMPARE(shown(op.services).size(), 1);
+        op.browse->click();
+        QVERIFY(shown(op.services).isEmpty());
     }
-    QCOMPARE(model.index(1).data().toString(), QStringLiteral("ä 1 (_nmos-node._tcp.local.)"));
-    QCOMPARE(model.index(1).data(Qt::UserRole).typeName(), "QMdnsEngine::Service");
-    QVERIFY(!model.index(1).data(Qt::ToolTipRole).isValid());
-    QVERIFY(!model.data({}).isValid());
-    QCOMPARE(model.findService("A"), 2);
-    QCOMPARE(model.findService("a"), -1);
 
-    QVERIFY(sender.send(Packet().text(Mdns::instance("A"), {"new=1"}).bytes()));
-    QTRY_COMPARE(changed.size(), 1);
-    QCOMPARE(changed.at(0).at(0).value<QModelIndex>().row(), 2);
-    const auto updated = model.index(2).data(Qt::UserRole).value<QMdnsEngine::Service>();
-    QCOMPARE(updated.attributes().value("new"), QByteArray("1"));
-    QVERIFY(sender.send(goodbye("b").bytes()));
-    QTRY_COMPARE(model.findService("A"), 1);
-}
+    void modelKeepsArrivalOrder()
+    {
+        QMdnsEngine::Server server;
+        ServiceModel model(&server, "_nmos-node._tcp.local.");
+        const QAbstractItemModelTester tester(
+            &model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+        for (const char *name : {"b", "\xc3\xa4 1", "A"}) {
+            QVERIFY(sender.send(service(name).bytes()));
+            QTRY_VERIFY(model.findService(name) >= 0);
+        }
+        QCOMPARE(model.index(1).data().toString(), "ä 1 (_nmos-node._tcp.local.)"_s);
+        QCOMPARE(model.index(1).data(Qt::UserRole).typeName(), "QMdnsEngine::Service");
+        QVERIFY(!model.index(1).data(Qt::ToolTipRole).isValid());
+        QVERIFY(!model.data({}).isValid());
+        QCOMPARE(model.findService("A"), 2);
+        QCOMPARE(model.findService("a"), -1);
 
-void TestBrowserWindow::sortsWhileServicesComeAndGo()
-{
-    Operator op;
-    op.browse->click();
-    QVERIFY(sender.send(service("b").with(service("C")).with(service("a")).bytes()));
-    QTRY_COMPARE(op.names(), texts({"a", "b", "C"}));
-    QVERIFY(sender.send(service("B 2").with(service("A 2")).bytes()));
-    QTRY_COMPARE(op.names(), texts({"a", "A 2", "b", "B 2", "C"}));
-    QVERIFY(sender.send(goodbye("b").bytes()));
-    QTRY_COMPARE(op.names(), texts({"a", "A 2", "B 2", "C"}));
-}
+        QVERIFY(sender.send(Packet().text(Mdns::instance("A"), {"new=1"}).bytes()));
+        QTRY_COMPARE(changed.size(), 1);
+        QCOMPARE(changed.at(0).at(0).value<QModelIndex>().row(), 2);
+        const auto updated = model.index(2).data(Qt::UserRole).value<QMdnsEngine::Service>();
+        QCOMPARE(updated.attributes().value("new"), QByteArray("1"));
+        QVERIFY(sender.send(goodbye("b").bytes()));
+        QTRY_COMPARE(model.findService("A"), 1);
+    }
 
-void TestBrowserWindow::filtersInAnyMode()
-{
-    Operator op;
-    op.browse->click();
-    const QByteArray both = service("Cam").with(service("Desk", {}, printers)).bytes();
-    QVERIFY(sender.send(both));
-    QTRY_COMPARE(op.names(), texts({"Cam"}));
-    op.any->click();
-    QCOMPARE(op.type->text(), QString());
-    QCOMPARE(op.names(), texts({"Cam"})); // still the first browse
-    op.browse->click();
-    QVERIFY(sender.send(both));
-    QTRY_COMPARE(shown(op.services),
-                 texts({"Cam (_nmos-node._tcp.local.)", "Desk (_ipp._tcp.local.)"}));
-    const auto shownFor = [&op](const char *filter) {
-        op.type->setText(QString::fromLatin1(filter));
-        return shown(op.services).size();
-    };
-    QCOMPARE(shownFor("am (_nm"), 1);
-    QCOMPARE(shownFor("cam"), 0);
-    QCOMPARE(shownFor("_tcp"), 2);
-    QCOMPARE(shownFor("C[a]m"), 0);
-    QVERIFY(sender.send(service("Late _tcp").with(service("C[a]m")).bytes()));
-    QTRY_COMPARE(op.names(), texts({"C[a]m"}));
-    op.any->click();
-    QCOMPARE(op.type->text(), QStringLiteral("_nmos-node._tcp.local."));
-    QCOMPARE(shown(op.services).size(), 4);
-    QCOMPARE(shownFor("Cam"), 4);
-}
+    void sortsWhileServicesComeAndGo()
+    {
+        Operator op;
+        op.browse->click();
+        QVERIFY(sender.send(service("b").with(service("C")).with(service("a")).bytes()));
+        QTRY_COMPARE(op.names(), texts({"a", "b", "C"}));
+        QVERIFY(sender.send(service("B 2").with(service("A 2")).bytes()));
+        QTRY_COMPARE(op.names(), texts({"a", "A 2", "b", "B 2", "C"}));
+        QVERIFY(sender.send(goodbye("b").bytes()));
+        QTRY_COMPARE(op.names(), texts({"a", "A 2", "B 2", "C"}));
+    }
 
-void TestBrowserWindow::takesTwoOfOneNameForOne()
-{
-    Operator op;
-    op.any->click();
-    op.browse->click();
-    QVERIFY(sender.send(service("Twin", {"a=node"}).bytes()));
-    QTRY_COMPARE(shown(op.services).size(), 1);
-    QVERIFY(sender.send(service("Twin", {"a=printer"}, printers).bytes()));
-    QTRY_COMPARE(shown(op.services).size(), 2);
-    // The second one's goodbye takes the first row.
-    QVERIFY(sender.send(goodbye("Twin", printers).bytes()));
-    QTRY_COMPARE(shown(op.services), texts({"Twin (_ipp._tcp.local.)"}));
-    QVERIFY(sender.send(Packet().text(Mdns::instance("Twin"), {"a=changed"}).bytes()));
-    QTRY_COMPARE(op.names(), texts({"Twin"}));
-}
+    void filtersInAnyMode()
+    {
+        Operator op;
+        op.browse->click();
+        const QByteArray both = service("Cam").with(service("Desk", {}, printers)).bytes();
+        QVERIFY(sender.send(both));
+        QTRY_COMPARE(op.names(), texts({"Cam"}));
+        op.any->click();
+        QCOMPARE(op.type->text(), QString());
+        QCOMPARE(op.names(), texts({"Cam"})); // still the first browse
+        op.browse->click();
+        QVERIFY(sender.send(both));
+        QTRY_COMPARE(shown(op.services),
+                     texts({"Cam (_nmos-node._tcp.local.)", "Desk (_ipp._tcp.local.)"}));
+        const auto shownFor = [&op](const char *filter) {
+            op.type->setText(QString::fromLatin1(filter));
+            return shown(op.services).size();
+        };
+        QCOMPARE(shownFor("am (_nm"), 1);
+        QCOMPARE(shownFor("cam"), 0);
+        QCOMPARE(shownFor("_tcp"), 2);
+        QCOMPARE(shownFor("C[a]m"), 0);
+        QVERIFY(sender.send(service("Late _tcp").with(service("C[a]m")).bytes()));
+        QTRY_COMPARE(op.names(), texts({"C[a]m"}));
+        op.any->click();
+        QCOMPARE(op.type->text(), "_nmos-node._tcp.local."_s);
+        QCOMPARE(shown(op.services).size(), 4);
+        QCOMPARE(shownFor("Cam"), 4);
+    }
 
-void TestBrowserWindow::showsTheSelectedService()
-{
-    Operator op;
-    op.browse->click();
-    QVERIFY(sender.send(service("b",
+    void showsTheSelectedService()
+    {
+        Operator op;
+        op.browse->click();
+        QVERIFY(
+            sender.send(service("b",
                                 {"pri=1", "api_ver=v1.3", QByteArray("Z=\xc3\xa4\0b", 6), "bare",
                                  "api_proto=<b>x</b>"})
                             .with(Mdns::pointer("a").target(Mdns::instance("a"), "cam2.local", 80))
                             .bytes()));
-    QTRY_COMPARE(op.names(), texts({"a", "b"}));
-    op.select(1);
-    QStringList attributes =
-        texts({"Z=ä~b", "api_proto=<b>x</b>", "api_ver=v1.3", "bare=", "pri=1"});
-    attributes.replaceInStrings(QStringLiteral("~"), QString(QChar(0)));
-    QCOMPARE(shown(op.attributes), attributes);
-    for (const char *text : {"192.0.2.1", "fd00:6e70:1::1", "192.0.2.9"}) {
-        const QString address = QString::fromLatin1(text);
-        QVERIFY(sender.send(Packet().address("cam1.local", address).bytes()));
+        QTRY_COMPARE(op.names(), texts({"a", "b"}));
+        op.select(1);
+        QStringList attributes =
+            texts({"Z=ä~b", "api_proto=<b>x</b>", "api_ver=v1.3", "bare=", "pri=1"});
+        attributes.replaceInStrings("~"_s, QString(QChar(0)));
+        QCOMPARE(shown(op.attributes), attributes);
+        for (const char *text : {"192.0.2.1", "fd00:6e70:1::1", "192.0.2.9"}) {
+            const QString address = QString::fromLatin1(text);
+            QVERIFY(sender.send(Packet().address("cam1.local", address).bytes()));
+            QTRY_VERIFY(shown(op.addresses).contains(address));
+        }
+        // In the order of their arrival; an engine may report one of them for each link.
+        const QStringList all = shown(op.addresses);
+        QCOMPARE(all.first(), "192.0.2.1"_s);
+        QCOMPARE(all.last(), "192.0.2.9"_s);
+
+        op.select(0);
+        QCOMPARE(op.attributes->rowCount(), 0);
+        QCOMPARE(op.attributes->horizontalHeaderItem(0)->text(), "Key"_s);
+        QCOMPARE(op.attributes->horizontalHeaderItem(1)->text(), "Value"_s);
+        QVERIFY(!op.attributes->verticalHeader()->isVisible());
+        // Only the addresses of this one arrive now.
+        QVERIFY(sender.send(Packet().address("cam1.local", "192.0.2.10"_s).bytes()));
+        QVERIFY(sender.send(Packet().address("cam2.local", "192.0.2.11"_s).bytes()));
+        QTRY_VERIFY(op.addresses->count() > 0);
+        QCOMPARE(op.addresses->item(0)->text(), "192.0.2.11"_s);
+        op.services->clearSelection();
+        QCOMPARE(op.attributes->columnCount(), 0);
+    }
+
+    void followsTheSelectionWhenItGoes()
+    {
+        Operator op;
+        op.browse->click();
+        QVERIFY(sender.send(service("a", {"a=1"}).with(service("b", {"b=1"})).bytes()));
+        QTRY_COMPARE(shown(op.services).size(), 2);
+        op.select(0);
+        QSignalSpy changed(op.source(), &QAbstractItemModel::dataChanged);
+        QVERIFY(sender.send(Packet().text(Mdns::instance("a"), {"a=2"}).bytes()));
+        QTRY_COMPARE(changed.size(), 1);
+        QCOMPARE(shown(op.attributes), texts({"a=1"}));
+        // The list passes the selection on to the neighbour, which shows its own.
+        QVERIFY(sender.send(goodbye("a").bytes()));
+        QTRY_COMPARE(op.names(), texts({"b"}));
+        QCOMPARE(shown(op.attributes), texts({"b=1"}));
+        QVERIFY(sender.send(goodbye("b").bytes()));
+        QTRY_VERIFY(shown(op.services).isEmpty());
+        QCOMPARE(op.attributes->columnCount(), 0);
+    }
+
+    void browsesAgainWhileResolving()
+    {
+        Operator op;
+        op.browse->click();
+        const QByteArray packet = service("a").bytes();
+        QVERIFY(sender.send(packet));
+        QTRY_COMPARE(shown(op.services).size(), 1);
+        const QPointer<QAbstractItemModel> first = op.source();
+        const QPointer<QItemSelectionModel> firstSelection = op.services->selectionModel();
+        op.select(0);
+        op.browse->click();
+        QVERIFY(!first && !firstSelection);
+        QCOMPARE(op.attributes->columnCount() + op.attributes->rowCount(), 0);
+        const QString address = "192.0.2.1"_s;
+        const QByteArray record = Packet().address("cam1.local", address).bytes();
+        QVERIFY(sender.send(record));
+        QTRY_VERIFY(shown(op.addresses).contains(address));
+        QVERIFY(sender.send(packet)); // not every engine remembers it
+        QTRY_COMPARE(shown(op.services).size(), 1);
+        op.select(0);
+        QCOMPARE(op.addresses->count(), 0);
+        QVERIFY(sender.send(record));
         QTRY_VERIFY(shown(op.addresses).contains(address));
     }
-    // In the order of their arrival; an engine may report one of them for each link.
-    const QStringList all = shown(op.addresses);
-    QCOMPARE(all.first(), QStringLiteral("192.0.2.1"));
-    QCOMPARE(all.last(), QStringLiteral("192.0.2.9"));
 
-    op.select(0);
-    QCOMPARE(op.attributes->rowCount(), 0);
-    QCOMPARE(op.attributes->horizontalHeaderItem(0)->text(), QStringLiteral("Key"));
-    QCOMPARE(op.attributes->horizontalHeaderItem(1)->text(), QStringLiteral("Value"));
-    QVERIFY(!op.attributes->verticalHeader()->isVisible());
-    // Only the addresses of this one arrive now.
-    QVERIFY(sender.send(Packet().address("cam1.local", QStringLiteral("192.0.2.10")).bytes()));
-    QVERIFY(sender.send(Packet().address("cam2.local", QStringLiteral("192.0.2.11")).bytes()));
-    QTRY_VERIFY(op.addresses->count() > 0);
-    QCOMPARE(op.addresses->item(0)->text(), QStringLiteral("192.0.2.11"));
-    op.services->clearSelection();
-    QCOMPARE(op.attributes->columnCount(), 0);
-}
-
-void TestBrowserWindow::followsTheSelectionWhenItGoes()
-{
-    Operator op;
-    op.browse->click();
-    QVERIFY(sender.send(service("a", {"a=1"}).with(service("b", {"b=1"})).bytes()));
-    QTRY_COMPARE(shown(op.services).size(), 2);
-    op.select(0);
-    QSignalSpy changed(op.source(), &QAbstractItemModel::dataChanged);
-    QVERIFY(sender.send(Packet().text(Mdns::instance("a"), {"a=2"}).bytes()));
-    QTRY_COMPARE(changed.size(), 1);
-    QCOMPARE(shown(op.attributes), texts({"a=1"}));
-    // The list passes the selection on to the neighbour, which shows its own.
-    QVERIFY(sender.send(goodbye("a").bytes()));
-    QTRY_COMPARE(op.names(), texts({"b"}));
-    QCOMPARE(shown(op.attributes), texts({"b=1"}));
-    QVERIFY(sender.send(goodbye("b").bytes()));
-    QTRY_VERIFY(shown(op.services).isEmpty());
-    QCOMPARE(op.attributes->columnCount(), 0);
-}
-
-void TestBrowserWindow::browsesAgainWhileResolving()
-{
-    Operator op;
-    op.browse->click();
-    const QByteArray packet = service("a").bytes();
-    QVERIFY(sender.send(packet));
-    QTRY_COMPARE(shown(op.services).size(), 1);
-    const QPointer<QAbstractItemModel> first = op.source();
-    const QPointer<QItemSelectionModel> firstSelection = op.services->selectionModel();
-    op.select(0);
-    op.browse->click();
-    QVERIFY(!first && !firstSelection);
-    QCOMPARE(op.attributes->columnCount() + op.attributes->rowCount(), 0);
-    const QString address = QStringLiteral("192.0.2.1");
-    const QByteArray record = Packet().address("cam1.local", address).bytes();
-    QVERIFY(sender.send(record));
-    QTRY_VERIFY(shown(op.addresses).contains(address));
-    QVERIFY(sender.send(packet)); // not every engine remembers it
-    QTRY_COMPARE(shown(op.services).size(), 1);
-    op.select(0);
-    QCOMPARE(op.addresses->count(), 0);
-    QVERIFY(sender.send(record));
-    QTRY_VERIFY(shown(op.addresses).contains(address));
-}
-
-void TestBrowserWindow::worksWithoutAMouse()
-{
-    Operator op;
-    QTRY_VERIFY(op.type->hasFocus());
-    QSignalSpy clicked(op.browse, &QPushButton::clicked);
-    QTest::keyClick(op.type, Qt::Key_Return);
-    QCOMPARE(clicked.size(), 1);
-    QVERIFY(sender.send(service("a").with(service("b", {"b=1"})).bytes()));
-    QTRY_COMPARE(shown(op.services).size(), 2);
-    const QList<QWidget *> order{op.any,       op.browse,     op.services,
-                                 op.addresses, op.attributes, op.type};
-    for (QWidget *next : order) {
-        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        QCOMPARE(QApplication::focusWidget(), next);
-        QVERIFY(next == op.any || next == op.browse || !next->accessibleName().isEmpty());
-        if (next == op.services) {
-            QTest::keyClick(next, Qt::Key_Down);
+    void worksWithoutAMouse()
+    {
+        Operator op;
+        QTRY_VERIFY(op.type->hasFocus());
+        QSignalSpy clicked(op.browse, &QPushButton::clicked);
+        QTest::keyClick(op.type, Qt::Key_Return);
+        QCOMPARE(clicked.size(), 1);
+        QVERIFY(sender.send(service("a").with(service("b", {"b=1"})).bytes()));
+        QTRY_COMPARE(shown(op.services).size(), 2);
+        const QList<QWidget *> order{op.any,       op.browse,     op.services,
+                                     op.addresses, op.attributes, op.type};
+        for (QWidget *next : order) {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            QCOMPARE(QApplication::focusWidget(), next);
+            QVERIFY(next == op.any || next == op.browse || !next->accessibleName().isEmpty());
+            if (next == op.services) {
+                QTest::keyClick(next, Qt::Key_Down);
+            }
         }
+        QCOMPARE(shown(op.attributes), texts({"b=1"}));
+        QTest::keyClick(op.type, Qt::Key_Escape);
+        QVERIFY(!op.window.isVisible());
+        // What was asked before goes on.
+        QVERIFY(sender.send(service("c").address("cam1.local", "192.0.2.1"_s).bytes()));
+        QTRY_COMPARE(op.names(), texts({"a", "b", "c"}));
+        QTRY_VERIFY(op.addresses->count() > 0);
+        op.window.show();
+        QCOMPARE(shown(op.attributes), texts({"b=1"}));
     }
-    QCOMPARE(shown(op.attributes), texts({"b=1"}));
-    QTest::keyClick(op.type, Qt::Key_Escape);
-    QVERIFY(!op.window.isVisible());
-    // What was asked before goes on.
-    QVERIFY(sender.send(service("c").address("cam1.local", QStringLiteral("192.0.2.1")).bytes()));
-    QTRY_COMPARE(op.names(), texts({"a", "b", "c"}));
-    QTRY_VERIFY(op.addresses->count() > 0);
-    op.window.show();
-    QCOMPARE(shown(op.attributes), texts({"b=1"}));
-}
 
-void TestBrowserWindow::copiesRows()
-{
-    Operator op;
-    op.browse->click();
-    QVERIFY(sender.send(service("a", {"k=<b>", "l=2", "m=3"}).bytes()));
-    QTRY_COMPARE(shown(op.services).size(), 1);
-    op.select(0);
-    QVERIFY(sender.send(Packet().address("cam1.local", QStringLiteral("192.0.2.1")).bytes()));
-    QTRY_VERIFY(op.addresses->count() > 0);
-    const auto copied = [](QWidget *from) {
-        QGuiApplication::clipboard()->setText(QStringLiteral("nothing"));
-        from->setFocus();
-        QTest::keySequence(from, QKeySequence::Copy);
-        return QGuiApplication::clipboard()->text();
-    };
-    QTRY_VERIFY(op.window.isActiveWindow());
-    QCOMPARE(copied(op.services), QStringLiteral("a (_nmos-node._tcp.local.)"));
-    op.addresses->setCurrentRow(0);
-    QCOMPARE(copied(op.addresses), QStringLiteral("192.0.2.1"));
-    QCOMPARE(copied(op.attributes), QStringLiteral("nothing"));
-    const QRect first = op.attributes->visualItemRect(op.attributes->item(0, 0));
-    QTest::mouseClick(op.attributes->viewport(), Qt::LeftButton, {}, first.center());
-    QCOMPARE(copied(op.attributes), QStringLiteral("k\t<b>"));
-    op.attributes->selectAll();
-    QCOMPARE(copied(op.attributes), QStringLiteral("k\t<b>\nl\t2\nm\t3"));
-    op.attributes->selectionModel()->select(op.attributes->model()->index(1, 1),
-                                            QItemSelectionModel::ClearAndSelect);
-    QCOMPARE(copied(op.attributes), QStringLiteral("2"));
-    QTest::keyClick(op.attributes, Qt::Key_F2); // no editor opens
-    QVERIFY(!op.attributes->findChild<QLineEdit *>());
-}
+    void copiesRows()
+    {
+        Operator op;
+        op.browse->click();
+        QVERIFY(sender.send(service("a", {"k=<b>", "l=2", "m=3"}).bytes()));
+        QTRY_COMPARE(shown(op.services).size(), 1);
+        op.select(0);
+        QVERIFY(sender.send(Packet().address("cam1.local", "192.0.2.1"_s).bytes()));
+        QTRY_VERIFY(op.addresses->count() > 0);
+        const auto copied = [](QWidget *from) {
+            QGuiApplication::clipboard()->setText("nothing"_s);
+            from->setFocus();
+            QTest::keySequence(from, QKeySequence::Copy);
+            return QGuiApplication::clipboard()->text();
+        };
+        QTRY_VERIFY(op.window.isActiveWindow());
+        QCOMPARE(copied(op.services), "a (_nmos-node._tcp.local.)"_s);
+        op.addresses->setCurrentRow(0);
+        QCOMPARE(copied(op.addresses), "192.0.2.1"_s);
+        QCOMPARE(copied(op.attributes), "nothing"_s);
+        const QRect first = op.attributes->visualItemRect(op.attributes->item(0, 0));
+        QTest::mouseClick(op.attributes->viewport(), Qt::LeftButton, {}, first.center());
+        QCOMPARE(copied(op.attributes), "k\t<b>"_s);
+        op.attributes->selectAll();
+        QCOMPARE(copied(op.attributes), "k\t<b>\nl\t2\nm\t3"_s);
+        op.attributes->selectionModel()->select(op.attributes->model()->index(1, 1),
+                                                QItemSelectionModel::ClearAndSelect);
+        QCOMPARE(copied(op.attributes), "2"_s);
+        QTest::keyClick(op.attributes, Qt::Key_F2); // no editor opens
+        QVERIFY(!op.attributes->findChild<QLineEdit *>());
+    }
+
+private:
+    Mdns::Sender sender;
+};
 
 NODEPATCH_TEST_MAIN(TestBrowserWindow)
 #include "tst_browserwindow.moc"

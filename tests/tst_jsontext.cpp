@@ -37,8 +37,8 @@ class TestJsonText final : public QObject {
 private slots:
     void reads_data()
     {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QByteArray>("result"); // empty: no JSON
+        // result is empty for what is no JSON.
+        columns<QByteArray, QByteArray>("text", "result");
         const auto row = [](const char *name, const QByteArray &text, const char *result) {
             QTest::newRow(name) << text << json(result);
         };

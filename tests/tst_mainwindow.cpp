@@ -121,7 +121,8 @@ private slots:
         const EventCounter<QWidget> raised(browser.get(), QEvent::ZOrderChange);
         for (const bool open : {true, false}) {
             browser->setVisible(open);
-            QApplication::setActiveWindow(&w.window);
+            w.window.activateWindow();
+            QTRY_COMPARE(QApplication::activeWindow(), &w.window);
             w.press("Browse"_s);
             QCOMPARE(browsers(), opened);
             QVERIFY(browser->isVisible());

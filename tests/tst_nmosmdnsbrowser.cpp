@@ -45,13 +45,13 @@ public:
 
 int descriptors()
 {
-    return QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size();
+    return QDir("/proc/self/fd"_s).entryList(QDir::Files | QDir::System).size();
 }
 
 const QByteArray camName("Cam 1 \xc3\xa4");
 
 Packet announcement(quint16 port, const QByteArrayList &strings,
-                    const QString &address = QStringLiteral("192.0.2.1"))
+                    const QString &address = "192.0.2.1"_s)
 {
     return Mdns::service(camName, strings, Mdns::hour, port).address("cam1.local", address);
 }
@@ -119,7 +119,7 @@ void TestNMOSMdnsBrowser::record(NMOSMdnsBrowser &browser)
     connect(&browser, &NMOSMdnsBrowser::nodeDiscovered, this,
             [](const QString &name, const QString &host, quint16 port,
                const QMap<QString, QString> &txt) {
-                QStringList parts{QStringLiteral("discovered"), name, host, QString::number(port)};
+                QStringList parts{"discovered"_s, name, host, QString::number(port)};
                 for (auto it = txt.cbegin(); it != txt.cend(); ++it) {
                     parts += it.key() + QLatin1Char('=') + it.value();
                 }
@@ -127,13 +127,12 @@ void TestNMOSMdnsBrowser::record(NMOSMdnsBrowser &browser)
             });
     connect(&browser, &NMOSMdnsBrowser::nodeSelfReady, this,
             [](const QString &name, const QUrl &url, const QJsonDocument &self) {
-                said() += QStringLiteral("ready|%1|%2|%3")
-                              .arg(name, url.toString(),
-                                   QString::fromUtf8(self.toJson(QJsonDocument::Compact)));
+                said() += "ready|%1|%2|%3"_s.arg(
+                    name, url.toString(), QString::fromUtf8(self.toJson(QJsonDocument::Compact)));
             });
     connect(&browser, &NMOSMdnsBrowser::nodeError, this,
             [](const QString &name, const QUrl &url, const QString &text) {
-                said() += QStringLiteral("error|%1|%2|%3").arg(name, url.toString(), text);
+                said() += "error|%1|%2|%3"_s.arg(name, url.toString(), text);
             });
     connect(&browser, &NMOSMdnsBrowser::nodeRemoved, this,
             [](const QString &name) { said() += QLatin1String("removed|") + name; });
@@ -176,12 +175,10 @@ void TestNMOSMdnsBrowser::asksForTheSelfResource_data()
     QTest::addColumn<QString>("discovered");
     QTest::addColumn<QString>("path");
     QTest::addColumn<QStringList>("result"); // %1 is the address
-    const QStringList json{QStringLiteral("ready|Cam 1 ä|%1|{\"id\":\"x\"}"),
-                           QStringLiteral("info: OK %1")};
-    const QStringList noJson{QStringLiteral("ready|Cam 1 ä|%1|"),
-                             QStringLiteral("info: OK (non-JSON) %1")};
+    const QStringList json{"ready|Cam 1 ä|%1|{\"id\":\"x\"}"_s, "info: OK %1"_s};
+    const QStringList noJson{"ready|Cam 1 ä|%1|"_s, "info: OK (non-JSON) %1"_s};
     const QByteArray self = httpAnswer("{\"id\": \"x\"}");
-    const QString v13 = QStringLiteral("/x-nmos/node/v1.3/self");
+    const QString v13 = "/x-nmos/node/v1.3/self"_s;
     const auto row = [](const char *title, const QByteArrayList &attributes,
                         const QByteArray &answer, const char *discovered, const QString &path,
                         const QStringList &result) {
@@ -192,30 +189,28 @@ void TestNMOSMdnsBrowser::asksForTheSelfResource_data()
     row("a node that says all",
         {"api_proto=HTTP", "api_ver=v1.0,v1.1", "bare",
          QByteArray("label=\xc3\xa4~").replace('~', '\0')},
-        self, "|api_proto=HTTP|api_ver=v1.0,v1.1|bare=|label=ä~",
-        QStringLiteral("/x-nmos/node/v1.1/self"), json);
+        self, "|api_proto=HTTP|api_ver=v1.0,v1.1|bare=|label=ä~", "/x-nmos/node/v1.1/self"_s, json);
     row("keys with capitals are not used", {"API_VER=v1.1", "Api_Proto=ftp"}, self,
         "|API_VER=v1.1|Api_Proto=ftp", v13, json);
     row("a version stays in the path", {"api_ver=a?b#c%41"}, self, "|api_ver=a?b#c%41",
-        QStringLiteral("/x-nmos/node/a%3Fb%23c%2541/self"), json);
+        "/x-nmos/node/a%3Fb%23c%2541/self"_s, json);
     row("a way up", {"api_ver=../../x"}, self, "|api_ver=../../x",
-        QStringLiteral("/x-nmos/node/..%2F..%2Fx/self"), json);
+        "/x-nmos/node/..%2F..%2Fx/self"_s, json);
     row("a web page", {}, httpAnswer("<html></html>"), "", v13, noJson);
     row("an empty answer", {}, httpAnswer(""), "", v13, noJson);
     row("a redirect is not followed", {},
         httpAnswer({}, "302 Found\r\nLocation: file:///etc/hostname"), "", v13, noJson);
     const auto failed = [](const QString &reason) {
-        return QStringList{QStringLiteral("error|Cam 1 ä|%1|") + reason,
-                           QStringLiteral("warning: GET %1 failed: ") + reason};
+        return QStringList{"error|Cam 1 ä|%1|"_s + reason, "warning: GET %1 failed: "_s + reason};
     };
     row("not found", {}, httpAnswer({}, "404 Not Found"), "", v13,
-        failed(QStringLiteral("Error transferring %1 - server replied: Not Found")));
+        failed("Error transferring %1 - server replied: Not Found"_s));
     row("not what it says", {}, httpAnswer("x", "200 OK\r\nContent-Encoding: gzip"), "", v13,
-        failed(QStringLiteral("The response cannot be unpacked")));
+        failed("The response cannot be unpacked"_s));
     const QByteArray mebibyte(1024 * 1024, ' ');
     row("an answer of 1 MiB", {}, httpAnswer(mebibyte), "", v13, noJson);
     row("an answer without end", {}, "HTTP/1.1 200 OK\r\n\r\n" + mebibyte + ' ', "", v13,
-        failed(QStringLiteral("The response is too large")));
+        failed("The response is too large"_s));
 }
 
 void TestNMOSMdnsBrowser::asksForTheSelfResource()
@@ -233,10 +228,10 @@ void TestNMOSMdnsBrowser::asksForTheSelfResource()
     QVERIFY(sender.send(announcement(node.serverPort(), attributes).bytes()));
 
     const QString port = QString::number(node.serverPort());
-    const QString url = QStringLiteral("http://192.0.2.1:") + port + path;
+    const QString url = "http://192.0.2.1:"_s + port + path;
     discovered.replace(QLatin1Char('~'), QChar(0));
-    QStringList expected{QStringLiteral("info: Browsing for _nmos-node._tcp.local."),
-                         QStringLiteral("discovered|Cam 1 ä|cam1.local.|") + port + discovered};
+    QStringList expected{"info: Browsing for _nmos-node._tcp.local."_s,
+                         "discovered|Cam 1 ä|cam1.local.|"_s + port + discovered};
     for (QString line : result) {
         expected += line.replace(QLatin1String("%1"), url);
     }
@@ -267,10 +262,10 @@ void TestNMOSMdnsBrowser::neverOpensOtherProtocols()
     QTRY_COMPARE(errors.size(), 1);
     const QUrl url = errors.at(0).at(1).toUrl();
     const QString text = attribute.startsWith("api_ver")
-        ? QStringLiteral("The API version cannot be part of an address")
-        : QStringLiteral("Protocol \"%1\" is unknown").arg(url.scheme());
+        ? "The API version cannot be part of an address"_s
+        : "Protocol \"%1\" is unknown"_s.arg(url.scheme());
     QCOMPARE(errors.at(0).at(2).toString(), text);
-    QCOMPARE(said().last(), QStringLiteral("warning: GET %1 failed: %2").arg(url.toString(), text));
+    QCOMPARE(said().last(), "warning: GET %1 failed: %2"_s.arg(url.toString(), text));
     QCOMPARE(node.connections, 0);
 }
 
@@ -278,11 +273,11 @@ void TestNMOSMdnsBrowser::asksEveryAddress_data()
 {
     QTest::addColumn<QString>("address");
     QTest::addColumn<QString>("host");
-    const QString global = QStringLiteral("fd00:6e70:1::1");
-    QTest::newRow("a global address") << global << QStringLiteral("[%1]").arg(global);
+    const QString global = "fd00:6e70:1::1"_s;
+    QTest::newRow("a global address") << global << "[%1]"_s.arg(global);
 #ifdef NODEPATCH_MDNS_LAYER // an installed QMdnsEngine does not say where it heard an address
-    QTest::newRow("a link-local address")
-        << QStringLiteral("fe80::1") << QStringLiteral("[fe80::1%25vx0]");
+    QTest::newRow("a link-local address") << "fe80::1"_s
+                                          << "[fe80::1%25vx0]"_s;
 #endif
 }
 
@@ -299,17 +294,15 @@ void TestNMOSMdnsBrowser::asksEveryAddress()
     QTRY_COMPARE(ready.size(), 2);
     QStringList urls{ready.at(0).at(1).toUrl().toString(), ready.at(1).at(1).toUrl().toString()};
     urls.sort();
-    const QString rest = QStringLiteral(":%1/x-nmos/node/v1.3/self").arg(node.serverPort());
-    QCOMPARE(urls,
-             QStringList({QStringLiteral("http://192.0.2.1") + rest,
-                          QStringLiteral("http://") + host + rest}));
+    const QString rest = ":%1/x-nmos/node/v1.3/self"_s.arg(node.serverPort());
+    QCOMPARE(urls, QStringList({"http://192.0.2.1"_s + rest, "http://"_s + host + rest}));
 }
 
 // Each is an address of its own: of one host Qt asks for six resources at a time.
 void TestNMOSMdnsBrowser::announceHanging(quint16 port, int count)
 {
     for (int i = 0; i < count;) {
-        Packet packet = announcement(port, {}, QStringLiteral("127.1.0.0"));
+        Packet packet = announcement(port, {}, "127.1.0.0"_s);
         for (const int end = qMin(i + 40, count); i < end; ++i) {
             packet.address("cam1.local", QHostAddress(0x7f010000U + i).toString());
         }
@@ -338,7 +331,7 @@ void TestNMOSMdnsBrowser::leavesHalfOfTheDescriptorsToOthers()
     QVERIFY(sender.send(Mdns::pointer("behind")
                             .target(Mdns::instance("behind"), "cam2.local", healthy.serverPort())
                             .text(Mdns::instance("behind"), {})
-                            .address("cam2.local", QStringLiteral("192.0.2.1"))
+                            .address("cam2.local", "192.0.2.1"_s)
                             .bytes()));
     // Half of the descriptors are taken; those who wait are asked when the others end.
     QTRY_COMPARE(discovered.size(), 2);
@@ -386,10 +379,10 @@ void TestNMOSMdnsBrowser::asksAgainAfterAnUpdate()
     QTRY_COMPARE(ready.size(), 1);
     QVERIFY(sender.send(Packet().text(Mdns::instance(camName), {"api_ver=v1.1"}).bytes()));
     QTRY_COMPARE(ready.size(), 2);
-    QCOMPARE(ready.at(1).at(1).toUrl().path(), QStringLiteral("/x-nmos/node/v1.1/self"));
+    QCOMPARE(ready.at(1).at(1).toUrl().path(), "/x-nmos/node/v1.1/self"_s);
     QVERIFY(sender.send(farewell().bytes()));
     QTRY_COMPARE(removed.size(), 1);
-    QCOMPARE(removed.at(0).at(0).toString(), QStringLiteral("Cam 1 ä"));
+    QCOMPARE(removed.at(0).at(0).toString(), "Cam 1 ä"_s);
     QCOMPARE(discovered.size(), 2);
     QCOMPARE(node.requests.size(), 2);
 }
@@ -402,17 +395,16 @@ void TestNMOSMdnsBrowser::startsAndStops()
     browser.stop();
     browser.start();
     browser.start();
-    QCOMPARE(said(), QStringList(QStringLiteral("info: Browsing for _nmos-node._tcp.local.")));
+    QCOMPARE(said(), QStringList("info: Browsing for _nmos-node._tcp.local."_s));
     QVERIFY(sender.send(announcement(node.serverPort(), {}).bytes()));
     QTRY_COMPARE(ready.size(), 1);
     browser.stop();
     browser.stop();
     browser.start();
     // Heard by the new engine; what the old one left behind asks nobody.
-    QVERIFY(
-        sender.send(announcement(node.serverPort(), {}, QStringLiteral("198.51.100.1")).bytes()));
+    QVERIFY(sender.send(announcement(node.serverPort(), {}, "198.51.100.1"_s).bytes()));
     QTRY_COMPARE(ready.size(), 2);
-    QCOMPARE(ready.at(1).at(1).toUrl().host(), QStringLiteral("198.51.100.1"));
+    QCOMPARE(ready.at(1).at(1).toUrl().host(), "198.51.100.1"_s);
     QCOMPARE(node.requests.size(), 2);
 }
 

@@ -21,8 +21,7 @@ namespace {
 
 QString stagedPath(const char *id)
 {
-    return QStringLiteral("/x-nmos/connection/v1.1/single/receivers/%1/staged")
-        .arg(QLatin1String(id));
+    return "/x-nmos/connection/v1.1/single/receivers/%1/staged"_s.arg(QLatin1String(id));
 }
 
 NmosClient::SenderLookup senderAt(const QString &manifest)
@@ -48,31 +47,39 @@ private slots:
         RawServer node(httpAnswer("v=0"));
         node.tls = certificate.server;
         QString sdp;
-        const auto lookup = senderAt(QStringLiteral("https://%1/sdp").arg(node.host()));
+        const auto lookup = senderAt("https://%1/sdp"_s.arg(node.host()));
         QVERIFY(!NmosClient().fetchSenderSdp(lookup, &sdp));
         certificate.trust();
         QVERIFY(NmosClient().fetchSenderSdp(lookup, &sdp));
-        QCOMPARE(sdp, QStringLiteral("v=0"));
+        QCOMPARE(sdp, "v=0"_s);
 
         NMOSMdnsBrowser browser;
         QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
         browser.start();
         announce(node, {"api_proto=https"});
         QTRY_COMPARE(ready.size(), 1);
-        QCOMPARE(node.requestLines(),
-                 QStringList(
-                     {QStringLiteral("GET /sdp"), QStringLiteral("GET /x-nmos/node/v1.3/self")}));
+        QCOMPARE(node.requestLines(), QStringList({"GET /sdp"_s, "GET /x-nmos/node/v1.3/self"_s}));
     }
 
-    void asksDirectly_data()
+    void asksPlainly_data()
     {
-        addAskers();
+        QTest::addColumn<bool>("byDiscovery");
+        QTest::newRow("the client") << false;
+#ifdef NODEPATCH_MDNS_LAYER // an installed QMdnsEngine finds addresses without their zones
+        QTest::newRow("discovery") << true;
+#endif
     }
 
-    void asksDirectly()
+    // Without the environment's proxies, the address's zone, and the cookies of an earlier answer.
+    void asksPlainly()
     {
+        QFETCH(const bool, byDiscovery);
         const RawServer proxy(httpAnswer("[]", "502 Bad Gateway"));
-        const RawServer node(httpAnswer("[]"), QHostAddress(QStringLiteral("192.0.2.1")));
+        const RawServer node(httpAnswer("[]", "200 OK\r\nSet-Cookie: a=b; Path=/"),
+                             QHostAddress("fe80::1%vx0"_s));
+        if (!node.isListening()) {
+            QSKIP("this machine has no such address");
+        }
         const auto variables = {"http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"};
         for (const char *variable : variables) {
             qputenv(variable, "http://" + proxy.host().toLatin1());
@@ -82,43 +89,6 @@ private slots:
                 qunsetenv(variable);
             }
         });
-        ask(node);
-        QCOMPARE(node.requests.size(), 1);
-        QCOMPARE(proxy.connections, 0);
-    }
-
-    void leavesTheZoneOutOfTheHostHeader_data()
-    {
-        QTest::addColumn<bool>("byDiscovery");
-        QTest::newRow("the client") << false;
-#ifdef NODEPATCH_MDNS_LAYER // an installed QMdnsEngine finds addresses without their zones
-        QTest::newRow("discovery") << true;
-#endif
-    }
-
-    void leavesTheZoneOutOfTheHostHeader()
-    {
-        const RawServer node(httpAnswer("[]"), QHostAddress(QStringLiteral("fe80::1%vx0")));
-        if (!node.isListening()) {
-            QSKIP("this machine has no such address");
-        }
-        ask(node);
-        QCOMPARE(node.requests.size(), 1);
-        const QByteArray host =
-            "\r\nHost: [fe80::1]:" + QByteArray::number(node.serverPort()) + "\r\n";
-        QVERIFY2(node.requests.first().contains(host), node.requests.first().constData());
-    }
-
-    void keepsNoCookies_data()
-    {
-        addAskers();
-    }
-
-    void keepsNoCookies()
-    {
-        const RawServer node(httpAnswer("[]", "200 OK\r\nSet-Cookie: a=b; Path=/"),
-                             QHostAddress(QStringLiteral("192.0.2.1")));
-        QFETCH(const bool, byDiscovery);
         if (byDiscovery) {
             NMOSMdnsBrowser browser;
             QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
@@ -133,14 +103,18 @@ private slots:
             client.hasSenders(node.host());
         }
         QVERIFY(node.requests.size() >= 2);
-        QVERIFY2(!node.requests.last().contains("\r\nCookie:"), node.requests.last().constData());
+        QCOMPARE(proxy.connections, 0);
+        const QByteArray request = node.requests.last();
+        const QByteArray port = QByteArray::number(node.serverPort());
+        QVERIFY2(request.contains("\r\nHost: [fe80::1]:" + port + "\r\n"), request.constData());
+        QVERIFY2(!request.contains("\r\nCookie:"), request.constData());
     }
 
     void answersChallenges_data()
     {
-        QTest::addColumn<QByteArray>("challenge");
-        QTest::addColumn<QByteArray>("answer"); // #: the response, @: the cnonce; empty: none
-        QTest::addColumn<QByteArray>("secret"); // "nonce:nc:cnonce:qop" of the response
+        // In answer, # is the response and @ the cnonce; secret is "nonce:nc:cnonce:qop" of the
+        // response.
+        columns<QByteArray, QByteArray, QByteArray>("challenge", "answer", "secret");
         const auto row = [](const char *name, const QByteArray &challenge,
                             const QByteArray &answer = {}, const QByteArray &secret = {}) {
             QTest::newRow(name) << challenge << answer << secret;
@@ -169,8 +143,8 @@ private slots:
         QFETCH(QByteArray, secret);
         challenge.replace('\'', '"');
         RawServer node(httpAnswer("[]", "401 No\r\nWWW-Authenticate: " + challenge));
-        const QString host = QStringLiteral("us%22er:p%3A%C3%A4@") + node.host();
-        const auto manifest = senderAt(QStringLiteral("http://%1/sdp?a=%20b").arg(host));
+        const QString host = "us%22er:p%3A%C3%A4@"_s + node.host();
+        const auto manifest = senderAt("http://%1/sdp?a=%20b"_s.arg(host));
         NmosClient client;
         QString sdp;
         QVERIFY(!client.fetchSenderSdp(manifest, &sdp));
@@ -185,53 +159,49 @@ private slots:
         // They are kept for nothing else, and are one line.
         node.requests.clear();
         client.hasSenders(host);
-        client.fetchSenderSdp(senderAt(QStringLiteral("http://%1/").arg(node.host())), &sdp);
+        client.fetchSenderSdp(senderAt("http://%1/"_s.arg(node.host())), &sdp);
         QCOMPARE(authorizations(node), QByteArrayList({"", ""}));
-        client.fetchSenderSdp(senderAt(QLatin1String("http://a%0D%0AB@") + node.host()), &sdp);
+        client.fetchSenderSdp(senderAt("http://a%0D%0AB@"_s + node.host()), &sdp);
         QVERIFY(node.requests.size() > 2 && !node.requests.last().contains("\nB"));
 
         node.answerTo = [refusal = node.answer](const QByteArray &request) {
             return request.contains("\r\nAuthorization: ") ? httpAnswer("v=0") : refusal;
         };
         QCOMPARE(client.fetchSenderSdp(manifest, &sdp), !answer.isEmpty());
-        QCOMPARE(sdp, answer.isEmpty() ? QString() : QStringLiteral("v=0"));
+        QCOMPARE(sdp, answer.isEmpty() ? QString() : "v=0"_s);
     }
 
     void keepsIdsInTheirSegment_data()
     {
-        QTest::addColumn<QString>("id");
-        QTest::addColumn<QString>("path"); // empty: nothing is requested
-        const auto row = [](const char *name, const char *id, const QString &path) {
-            QTest::newRow(name) << QString::fromUtf8(id) << path;
+        columns<QByteArray, QByteArray>("id", "segment"); // empty: nothing is requested
+        const auto row = [](const char *id, const char *segment) {
+            QTest::newRow(id) << QByteArray(id) << QByteArray(segment);
         };
-        row("an id as it should be", "3b8be755-08ff-452b-b217-c9151eb21193",
-            stagedPath("3b8be755-08ff-452b-b217-c9151eb21193"));
-        row("what a segment may hold stays", "urn:x_y~z!$&'()*+,;=@.",
-            stagedPath("urn:x_y~z!$&'()*+,;=@."));
-        row("a way up", "../../../../../../evil", stagedPath("..%2F..%2F..%2F..%2F..%2F..%2Fevil"));
-        row("a query and a fragment", "a?b#c", stagedPath("a%3Fb%23c"));
-        row("a percent sign", "%2e%2e", stagedPath("%252e%252e"));
-        row("other letters", "\xc3\xa4 \\\"", stagedPath("%C3%A4%20%5C%22"));
-        row("the folder itself", ".", {});
-        row("the folder above", "..", {});
+        row("3b8be755-08ff-452b-b217-c9151eb21193", "3b8be755-08ff-452b-b217-c9151eb21193");
+        row("urn:x_y~z!$&'()*+,;=@.", "urn:x_y~z!$&'()*+,;=@.");
+        row("../../../../../../evil", "..%2F..%2F..%2F..%2F..%2F..%2Fevil");
+        row("a?b#c", "a%3Fb%23c");
+        row("%2e%2e", "%252e%252e");
+        row("\xc3\xa4 \\\"", "%C3%A4%20%5C%22");
+        row(".", "");
+        row("..", "");
     }
 
     void keepsIdsInTheirSegment()
     {
-        QFETCH(const QString, id);
-        QFETCH(const QString, path);
+        QFETCH(const QByteArray, id);
+        QFETCH(const QByteArray, segment);
         const RawServer node(httpAnswer("{}"));
         NmosClient client;
-        const NmosClient::ReceiverLookup receiver{id, {}, node.host(), {}, {}};
+        const NmosClient::ReceiverLookup receiver{QString::fromUtf8(id), {}, node.host(), {}, {}};
         QString error;
         QString sdp;
-        QCOMPARE(client.disconnectReceiver(receiver, &error), !path.isEmpty());
-        QCOMPARE(error.isEmpty(), !path.isEmpty());
+        QCOMPARE(client.disconnectReceiver(receiver, &error), !segment.isEmpty());
+        QCOMPARE(error.isEmpty(), !segment.isEmpty());
         QVERIFY(!client.fetchReceiverSdp(receiver, &sdp));
+        const QString path = stagedPath(segment.constData());
         QCOMPARE(node.requestLines(),
-                 path.isEmpty()
-                     ? QStringList()
-                     : QStringList({QLatin1String("PATCH ") + path, QLatin1String("GET ") + path}));
+                 QStringList({"PATCH "_s + path, "GET "_s + path}).mid(segment.isEmpty() ? 2 : 0));
     }
 
     void logsRefusedPatches()
@@ -239,18 +209,19 @@ private slots:
         const LogRecorder log("nodepatch.requests");
         const auto restore = qScopeGuard([] { QLoggingCategory::setFilterRules({}); });
         RawServer node(httpAnswer({}, "423 Locked"));
-        const NmosClient::ReceiverLookup receiver{QStringLiteral("r"), {}, node.host(), {}, {}};
+        const NmosClient::ReceiverLookup receiver{"r"_s, {}, node.host(), {}, {}};
         NmosClient client;
         client.disconnectReceiver(receiver);
         QCOMPARE(log.lines(), QStringList());
 
-        QLoggingCategory::setFilterRules(QStringLiteral("nodepatch.requests.info=true"));
+        QLoggingCategory::setFilterRules("nodepatch.requests.info=true"_s);
         client.disconnectReceiver(receiver);
-        const QString url = QLatin1String("http://") + node.host() + stagedPath("r");
-        QCOMPARE(log.lines(),
-                 QStringList(QStringLiteral("info: PATCH %1 status 423: Error transferring %1 - "
-                                            "server replied: Locked")
-                                 .arg(url)));
+        const QString url = "http://"_s + node.host() + stagedPath("r");
+        QCOMPARE(
+            log.lines(),
+            QStringList(
+                "info: PATCH %1 status 423: Error transferring %1 - server replied: Locked"_s.arg(
+                    url)));
         node.answer = httpAnswer({}, "204 No Content");
         client.disconnectReceiver(receiver);
         QCOMPARE(log.lines().size(), 1);
@@ -267,8 +238,7 @@ private slots:
         const auto enqueue = [&](int more, bool ofOneHost = false) {
             for (const int end = count + more; count < end; ++count) {
                 const quint32 host = 0x7f010000 + (ofOneHost ? 0 : static_cast<quint32>(count));
-                const QUrl url(QStringLiteral("http://%1:%2/%3")
-                                   .arg(QHostAddress(host).toString())
+                const QUrl url("http://%1:%2/%3"_s.arg(QHostAddress(host).toString())
                                    .arg(server->serverPort())
                                    .arg(count));
                 gate.enqueue(url, [&, url, number = count] {
@@ -320,28 +290,6 @@ private:
             headers += at < 0 ? "" : request.mid(begin, request.indexOf("\r\n", begin) - begin);
         }
         return headers;
-    }
-
-    static void addAskers()
-    {
-        QTest::addColumn<bool>("byDiscovery");
-        QTest::newRow("the client") << false;
-        QTest::newRow("discovery") << true;
-    }
-
-    // One exchange with the node, whatever comes of it.
-    void ask(const RawServer &node)
-    {
-        QFETCH(const bool, byDiscovery);
-        if (!byDiscovery) {
-            NmosClient().hasSenders(node.host());
-            return;
-        }
-        NMOSMdnsBrowser browser;
-        QSignalSpy ready(&browser, &NMOSMdnsBrowser::nodeSelfReady);
-        browser.start();
-        announce(node);
-        QTRY_VERIFY(!ready.isEmpty());
     }
 
     void announce(const RawServer &node, const QByteArrayList &attributes = {})

@@ -22,7 +22,7 @@ public:
     explicit FeedServer(const QByteArray &always = {})
         : RawServer(always)
     {
-        feedAddress() = QUrl(QStringLiteral("http://%1/feed").arg(host()));
+        feedAddress() = QUrl("http://%1/feed"_s.arg(host()));
     }
 
     QByteArray drip; // comes behind the answer, each 10 ms
@@ -70,9 +70,7 @@ class TestVxUtil final : public QObject {
 private slots:
     void judgesTheFeed_data()
     {
-        QTest::addColumn<QByteArray>("answer");
-        QTest::addColumn<int>("expected");
-        QTest::addColumn<Version>("installed");
+        columns<QByteArray, int, Version>("answer", "expected", "installed");
         const auto row = [](const QByteArray &name, const QByteArray &answer, int expected,
                             const Version &installed = {8, 0, 180}) {
             QTest::newRow(name.constData()) << answer << expected << installed;
@@ -179,8 +177,7 @@ private slots:
         FeedServer server(httpAnswer("", status + " Moved\r\nLocation: " + location + "#here"));
         const bool isFollowed = status != "300";
         QCOMPARE(ask(), isFollowed ? VXUTIL_NEWER : VXUTIL_REFUSED);
-        QCOMPARE(target.requestLines(),
-                 QStringList(QStringLiteral("GET /feed")).mid(isFollowed ? 0 : 1));
+        QCOMPARE(target.requestLines(), QStringList("GET /feed"_s).mid(isFollowed ? 0 : 1));
 
         server.answer = httpAnswer("", status + " Moved\r\nLocation: /feed?again");
         QCOMPARE(ask(), VXUTIL_REFUSED);
@@ -190,16 +187,14 @@ private slots:
 
     void goesThroughTheSystemsProxy_data()
     {
-        QTest::addColumn<QUrl>("feed");
-        QTest::addColumn<QByteArray>("request");
-        QTest::addColumn<int>("expected");
+        columns<QUrl, QByteArray, int>("feed", "request", "expected");
         QTest::newRow("http: the proxy is asked for the feed")
-            << QUrl(QStringLiteral("http://feed.example?b"))
+            << QUrl("http://feed.example?b"_s)
             << QByteArray("GET http://feed.example/?b HTTP/1.1\r\nHost: feed.example\r\n"
                           "Proxy-Authorization: Basic dXNlcjpzZWNyZXQ=\r\n")
             << static_cast<int>(VXUTIL_NEWER);
         QTest::newRow("https: the proxy is asked for a connection")
-            << QUrl(QStringLiteral("https://feed.example/a"))
+            << QUrl("https://feed.example/a"_s)
             << QByteArray("CONNECT feed.example:443 HTTP/1.1\r\n")
             << static_cast<int>(VXUTIL_NO_ANSWER);
     }
@@ -224,10 +219,7 @@ private slots:
 
     void meetsTheTimeLimit_data()
     {
-        QTest::addColumn<QString>("scheme");
-        QTest::addColumn<QByteArray>("answer");
-        QTest::addColumn<QByteArray>("drip");
-        QTest::addColumn<int>("expected");
+        columns<QString, QByteArray, QByteArray, int>("scheme", "answer", "drip", "expected");
         const auto row = [](const char *name, const char *scheme, const QByteArray &answer,
                             const QByteArray &drip, int expected = VXUTIL_NO_ANSWER) {
             QTest::newRow(name) << QString::fromLatin1(scheme) << answer << drip << expected;
@@ -259,9 +251,7 @@ private slots:
         // What has no end ends by its size. A busy machine needs a while to get that far.
         const bool endsBySize = expected == VXUTIL_BAD_FEED;
         const std::chrono::milliseconds limit(endsBySize ? 10000 : 200);
-        QCOMPARE(
-            askReleaseFeed(feedAddress(), QStringLiteral("nodepatch"), Version{8}, limit, &found),
-            expected);
+        QCOMPARE(askReleaseFeed(feedAddress(), "nodepatch"_s, Version{8}, limit, &found), expected);
         const qint64 took = clock.elapsed();
         QVERIFY2(endsBySize || (took >= 200 && took < 1500), qPrintable(QString::number(took)));
         QCOMPARE(server.connections, 1); // it was this server that kept it waiting
@@ -284,7 +274,7 @@ private slots:
         const FeedServer plain(httpAnswer(newer));
         const QByteArray elsewhere = feedAddress().toEncoded();
         FeedServer server(plain.answer);
-        feedAddress().setScheme(QStringLiteral("https"));
+        feedAddress().setScheme("https"_s);
         server.tls = certificate.server;
         QCOMPARE(ask(), VXUTIL_NO_ANSWER);
         QVERIFY(server.requests.isEmpty());

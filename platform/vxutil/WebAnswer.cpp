@@ -102,15 +102,15 @@ std::optional<QByteArray> readChunks(const QByteArray &received, int at)
 {
     QByteArray body;
     while (const std::optional<QByteArray> line = takeLine(received, &at)) {
-        const int size = chunkSize(*line).value_or(-1);
-        if (size == 0) {
-            return body;
-        }
-        if (size < 0 || size > received.size() - at) {
+        const std::optional<int> size = chunkSize(*line);
+        if (!size || *size > received.size() - at) {
             break;
         }
-        body += received.mid(at, size);
-        at += size;
+        if (*size == 0) {
+            return body;
+        }
+        body += received.mid(at, *size);
+        at += *size;
         const std::optional<QByteArray> end = takeLine(received, &at);
         if (!end || !end->isEmpty()) {
             break;

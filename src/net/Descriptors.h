@@ -1,7 +1,7 @@
 #pragma once
 
-// The file descriptors that the system lets this process have: each connection takes one, and Qt
-// ends the process when it gets none for a wait of its own.
+// The limit of file descriptors. Each connection takes one; Qt aborts when it gets none for an
+// event loop.
 namespace Descriptors {
 
 // Raises the soft limit to the hard one; programs that this one starts inherit it. Does nothing

@@ -53,7 +53,7 @@ std::string_view range(const char *begin, const char *end)
 void appendUnit(std::string *text, uint unit)
 {
     const auto byte = [text](size_t fromEnd) {
-        return fromEnd > text->size() ? 0U : static_cast<uchar>(*(text->end() - fromEnd));
+        return fromEnd > text->size() ? 0U : static_cast<uchar>((*text)[text->size() - fromEnd]);
     };
     const auto append = [text](uint first, uint second, uint third) {
         for (const uint unsignedByte : {first, second, third}) {
@@ -344,7 +344,7 @@ QByteArray takeOut(const QByteArray &text, std::vector<Replaced> replaced, QByte
         }
         append(&part.text, part.end);
         at = part.next;
-        const QByteArray done = std::move(part.text);
+        QByteArray done = std::move(part.text);
         parts.pop_back();
         if (parts.empty()) {
             *array += ']';

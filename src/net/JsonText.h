@@ -13,9 +13,9 @@
 //
 // Two kinds of text are rejected although QJsonDocument accepts them: one with an unescaped NUL in
 // a name, or with a backslash before anything but ASCII in one, which RFC 8259, section 7, does not
-// allow and QJsonDocument reads as other names; and one of more than two million values, each object
-// and array counting as one more. The largest real collection, ten thousand receivers with three
-// sets of thirteen constraints each, has 1.5 million; QJsonDocument takes up to 0.8 s for two
+// allow and QJsonDocument reads as other names; and one of more than two million values, each
+// object and array counting as one more. The largest real collection, ten thousand receivers with
+// three sets of thirteen constraints each, has 1.5 million; QJsonDocument takes up to 0.8 s for two
 // million.
 //
 // The worst texts that were found take 1.9 times as long as QJsonDocument alone (two megabytes of

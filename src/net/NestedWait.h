@@ -11,9 +11,9 @@
 //  - the operator's: everything else, whether a command, the check of a field, a dialog or a box.
 //    What the operator starts while an intake waits is the operator's, too.
 //
-// An intake gives way. As soon as one of the operator's waits has what it waits for and only intakes
-// hold it up, their waits end, and these intakes may send no further request. The operator's waits
-// end early only when the program closes.
+// An intake gives way. As soon as one of the operator's waits has what it waits for and only
+// intakes hold it up, their waits end, and these intakes may send no further request. The
+// operator's waits end early only when the program closes.
 //
 // All of it belongs to the GUI thread; the objects live on its stack, one inside another.
 

@@ -8,8 +8,8 @@
 
 namespace {
 
-// How much of a body QNetworkReply may hold before we take it over. Each take-over costs a turn of
-// the event loop, and the reading thread pauses meanwhile.
+// How much QNetworkReply buffers before we read. Each read costs a turn of the event loop, and the
+// network thread pauses meanwhile.
 constexpr qint64 readAhead = 1024 * 1024;
 // QNetworkReply keeps each chunk of a chunked body apart, and handing them over costs the square of
 // their number: with more, a peer that sends one byte a chunk would hold up the event loop.
@@ -49,8 +49,8 @@ ResponseBody::ResponseBody(QNetworkReply *reply, qint64 limit, QObject *parent)
     , source(reply)
     , maximum(limit)
 {
-    // The limit is lost on a request that has not begun; it begins by an event that is posted
-    // already, so this one comes after it.
+    // Qt ignores the limit until the request has started, from an event that is already posted;
+    // this comes after it.
     QMetaObject::invokeMethod(
         reply, [reply] { reply->setReadBufferSize(readAheadInChunks); }, Qt::QueuedConnection);
     connect(reply, &QNetworkReply::readyRead, this, &ResponseBody::collect);
@@ -88,11 +88,11 @@ void ResponseBody::collect()
         return;
     }
     if (!source->isFinished()) {
-        // Each take-over wakes the network thread, which a small body can do without.
+        // Each read wakes the network thread; a small body is read once, at the end.
         if (source->bytesAvailable() < source->readBufferSize() / 2) {
             return;
         }
-        // The thread stands still at the old limit until something is taken over.
+        // The thread waits at the old limit until something is read.
         if (!source->hasRawHeader("Transfer-Encoding")) {
             source->setReadBufferSize(readAhead);
         }

@@ -14,7 +14,7 @@
 
 namespace {
 
-// Quiet unless somebody asks for it: the operator is told of a refusal by a message box.
+// Off by default: a message box tells the operator.
 Q_LOGGING_CATEGORY(requestLog, "nodepatch.requests", QtWarningMsg)
 
 const QLatin1String noSdp("Failed to fetch Sender SDP.");

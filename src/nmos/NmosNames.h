@@ -44,8 +44,7 @@ inline QString nodeApi(const QString &host, QLatin1String collection)
 }
 
 // The URL of the staged parameters of a sender or receiver in the Connection API of the node at
-// host. The id is a node's text and stays in its segment of the path. Empty for an id that cannot
-// (see pathSegment()).
+// host. The id is encoded as one path segment; empty when that is impossible (see pathSegment()).
 inline QString stagedEndpoint(const QString &host, QLatin1String collection, const QString &id)
 {
     const std::optional<QString> segment = pathSegment(id);

@@ -10,7 +10,6 @@
 #include <QLayout>
 #include <QPlainTextEdit>
 #include <QScreen>
-#include <QWindow>
 
 namespace {
 
@@ -27,7 +26,7 @@ MessageBox::MessageBox(const Message &message, StandardButtons buttons, QWidget 
 {
     setTextFormat(Qt::PlainText);
     setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    // Keys go to the window first and then to the widget with the focus; this sees both.
+    // Keys go to the widget that has the focus.
     qApp->installEventFilter(this);
 }
 
@@ -74,8 +73,7 @@ void MessageBox::showEvent(QShowEvent *event)
 
 bool MessageBox::isOwn(const QObject *object) const
 {
-    return object == windowHandle()
-        || (object->isWidgetType() && static_cast<const QWidget *>(object)->window() == this);
+    return object->isWidgetType() && static_cast<const QWidget *>(object)->window() == this;
 }
 
 bool MessageBox::takesKeys(const QKeyEvent &key)
@@ -152,10 +150,8 @@ void MessageBox::scrollText(QLabel *label)
 void showMessage(QWidget *parent, const Message &message)
 {
     MessageBox box(message, QMessageBox::Ok, parent);
-    // No icon from the desktop theme. The focus on the button: the selectable text would get it.
-    QAbstractButton *ok = box.button(QMessageBox::Ok);
-    ok->setIcon({});
-    ok->setFocus();
+    // No icon from the desktop theme.
+    box.button(QMessageBox::Ok)->setIcon({});
     runModal(&box);
 }
 

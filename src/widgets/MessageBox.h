@@ -14,14 +14,16 @@ struct Message {
 };
 
 // A message box as this program shows them. It comes up while the operator does something else, and
-// its text may come from a node. So
-//  - the text is plain text, and can be selected by mouse and keyboard. The platform's copy
-//  shortcut
-//    puts what is selected of it on the clipboard, or else all of it;
-//  - the mouse works at once, but no key does for the first half second that the box is on the
-//    screen, nor does one that is held down since then: it was meant for something else;
-//  - the box fits the screen of its parent. A long text makes it wider before it makes it higher,
-//    and scrolls only when it fits in no other way.
+// its text may come from a node.
+//
+// The text is plain text and can be selected. The platform's copy shortcut puts what is selected of
+// it on the clipboard, or else all of it.
+//
+// The mouse works at once, but no key does for the first half second that the box is on the screen,
+// nor does a key that is held since then: it was meant for something else.
+//
+// The box fits the screen of its parent. A long text makes it wider before it makes it higher, and
+// scrolls only when it fits in no other way.
 class MessageBox final : public QMessageBox {
     Q_DISABLE_COPY_MOVE(MessageBox)
 

@@ -10,6 +10,13 @@ inline QString operator""_s(const char *text, std::size_t size)
     return QString::fromUtf8(text, static_cast<int>(size));
 }
 
+// Adds the columns of a _data function: columns<QString, int>("url", "status").
+template <typename... Types, typename... Names>
+void columns(Names... names)
+{
+    (QTest::addColumn<Types>(names), ...);
+}
+
 // Runs a test with a QApplication that needs no display and with a temporary home directory, so
 // that the tests neither read nor change the settings and caches of the person who runs them.
 int runTest(int argc, char **argv, const std::function<int()> &test);
