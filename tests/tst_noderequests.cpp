@@ -244,7 +244,7 @@ private slots:
                 gate.enqueue(url, [&, url, number = count] {
                     begun += number;
                     QNetworkReply *const reply = manager.get(QNetworkRequest(url));
-                    connect(reply, &QNetworkReply::finished, this, [count = &ended] { ++*count; });
+                    connect(reply, &QNetworkReply::finished, this, [total = &ended] { ++*total; });
                     return reply;
                 });
             }
