@@ -173,7 +173,7 @@ public:
         }
     }
 
-    // The addresses that sent queries with these bytes in them so far, in order.
+    // The addresses that sent queries with these bytes in them so far, from port 5353, in order.
     QStringList askers(const QByteArray &question)
     {
         while (socket->hasPendingDatagrams()) {
@@ -182,7 +182,8 @@ public:
         QStringList addresses;
         for (const QNetworkDatagram &datagram : qAsConst(heard)) {
             const QByteArray packet = datagram.data();
-            if (packet.size() > 2 && (packet.at(2) & 0x80) == 0 && packet.contains(question)) {
+            if (packet.size() > 2 && (packet.at(2) & 0x80) == 0 && packet.contains(question)
+                && datagram.senderPort() == 5353) {
                 addresses += datagram.senderAddress().toString();
             }
         }

@@ -137,6 +137,30 @@ private slots:
         QCOMPARE(malformed.events, QStringList());
     }
 
+    void followsAThousandTypes()
+    {
+        MdnsWatch all("_services._dns-sd._udp.local.");
+        const auto type = [](int i) -> QByteArray {
+            return "_t" + QByteArray::number(i) + "._tcp.local";
+        };
+        for (int i = 0; i < 1100;) {
+            Packet packet;
+            for (const int end = i + 50; i < end; ++i) {
+                packet.add(Mdns::name("_services._dns-sd._udp.local"), Mdns::Ptr,
+                           Mdns::name(type(i)));
+            }
+            QVERIFY(sender.send(packet.bytes()));
+        }
+        const auto at = [&](const char *name, int i) {
+            sender.send(service(name, {}, Mdns::hour, 80, type(i)).bytes());
+        };
+        // The type that lists the types is one of them.
+        QTRY_VERIFY_WITH_TIMEOUT((at("in", 998), !all.events.isEmpty()), 30000);
+        at("out", 999);
+        at("in 2", 0);
+        QTRY_COMPARE(all.events, QStringList({"+|in|cam1.local.|80"_s, "+|in 2|cam1.local.|80"_s}));
+    }
+
     void servesSideBySide()
     {
         MdnsWatch one;

@@ -193,7 +193,6 @@ private slots:
         QVERIFY(!desk.matches->isVisible());
         // Leaving the field with a text that an entry only contains chooses nothing.
         desk.type("cam 2"_s);
-        QCOMPARE(desk.matches->model()->rowCount(), 1);
         desk.button.setFocus();
         QCOMPARE(desk.selector.currentText(), "cam 2"_s);
         QCOMPARE(desk.chosen(), QString());
@@ -218,8 +217,7 @@ private slots:
     void theFirstClickBesideCounts_data()
     {
         listRows();
-        // As under X11.
-        QTest::newRow("a drop-down that is given the press") << true;
+        QTest::newRow("a drop-down that is given the press") << true; // as under X11
     }
 
     void theFirstClickBesideCounts()
@@ -429,8 +427,10 @@ private slots:
             "Cam 1|Cam\t1|Cam\n1|Cam\n2|Cam\x01 1|Cam\x02 1|Cam\u20281|Cam\u20291"_s.split(
                 QLatin1Char('|'))
             + QStringList{"Cam"_s + QString(40, QLatin1Char('\n')), longest};
-        // More than fit into the list come behind them.
-        Desk desk(texts + cameras(10, 49).replaceInStrings("Camera"_s, "Z C"_s));
+        Desk desk(texts);
+        for (int i = 10; i < 50; ++i) { // more than fit into the list
+            desk.add({"Z C%1"_s.arg(i)});
+        }
         QListView *list = desk.open(dropDown);
         const int width = list->fontMetrics().horizontalAdvance(longest);
         QVERIFY(width > desk.selector.width());

@@ -103,11 +103,11 @@ std::optional<QByteArray> readChunks(const QByteArray &received, int at)
     QByteArray body;
     while (const std::optional<QByteArray> line = takeLine(received, &at)) {
         const std::optional<int> size = chunkSize(*line);
-        if (size == 0) {
-            return body;
-        }
         if (!size || *size > received.size() - at) {
             break;
+        }
+        if (*size == 0) {
+            return body;
         }
         body += received.mid(at, *size);
         at += *size;

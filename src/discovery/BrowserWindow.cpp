@@ -24,8 +24,7 @@ namespace {
 
 const char allTypes[] = "_services._dns-sd._udp.local.";
 
-// Views keep the selection models that they made: one that is replaced would stay, and follow every
-// change of the model, for as long as the view exists.
+// setModel() does not delete the selection model that it replaces.
 void setModel(QAbstractItemView *view, QAbstractItemModel *model)
 {
     const QItemSelectionModel *const replaced = view->selectionModel();
@@ -63,7 +62,7 @@ void makeCopyable(QTableWidget *table)
     });
 }
 
-// What a node says is there to be read, not to be edited.
+// A read-only cell.
 QTableWidgetItem *newCell(const QByteArray &text)
 {
     auto *cell = new QTableWidgetItem(utf8Text(text));
@@ -140,7 +139,7 @@ void BrowserWindow::onToggled(bool checked)
         typeEdit->setText(tr("_nmos-node._tcp.local."));
         proxy->setFilterFixedString(QString());
     }
-    // Last: the new text is no filter, or else the line above takes the filter away again.
+    // Set last: leaving "Any" sets a filter through setText(), which the line above clears.
     anyMode = checked;
 }
 
@@ -205,6 +204,6 @@ void BrowserWindow::clearAttributes()
 {
     attributeTable->clear();
     attributeTable->setColumnCount(0);
-    // Rows without columns cannot be seen, but scrolled.
+    // Rows without columns are invisible but still scroll.
     attributeTable->setRowCount(0);
 }

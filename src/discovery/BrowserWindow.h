@@ -37,7 +37,7 @@ class BrowserWindow final : public QDialog {
 
 public:
     BrowserWindow();
-    // Lets go of the browse and the resolution before the server that both work on.
+    // Deletes model and resolver before the server they use.
     ~BrowserWindow() override;
 
 private slots:

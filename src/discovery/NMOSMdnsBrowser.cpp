@@ -78,8 +78,7 @@ void NMOSMdnsBrowser::stop()
     if (!started) {
         return;
     }
-    // Resolvers stay for the whole run otherwise. Here they have to go first: they work on the
-    // server and the cache, and nothing promises that an engine's resolver survives them.
+    // Delete resolvers first: they use the server and the cache.
     qDeleteAll(findChildren<QMdnsEngine::Resolver *>(QString(), Qt::FindDirectChildrenOnly));
     requests.clear();
     browser.reset();
@@ -179,7 +178,7 @@ QNetworkReply *NMOSMdnsBrowser::sendRequest(const QUrl &url, const QMdnsEngine::
 void NMOSMdnsBrowser::dropSelfReply(QNetworkReply *reply, const ResponseBody *body, const QUrl &url,
                                     const QMdnsEngine::Service &svc)
 {
-    // The outcome is decided: what the reply says once it is aborted plays no part.
+    // The result is known; ignore what abort() emits.
     reply->disconnect(this);
     reply->abort();
     reply->deleteLater();
@@ -189,7 +188,7 @@ void NMOSMdnsBrowser::dropSelfReply(QNetworkReply *reply, const ResponseBody *bo
 void NMOSMdnsBrowser::handleSelfReply(QNetworkReply *reply, ResponseBody *body, const QUrl &url,
                                       const QMdnsEngine::Service &svc)
 {
-    // Only schedules; first, because a listener may destroy this object and the reply with it.
+    // Schedule first: a listener may destroy this object.
     reply->deleteLater();
     const QByteArray text = body->text();
     if (reply->error() != QNetworkReply::NoError) {

@@ -39,9 +39,8 @@ public:
 
     // Begins browsing; does nothing while it is started. May be called again after stop.
     void start();
-    // Ends browsing and the resolutions that go on; does nothing unless it is started. Requests in
-    // flight still emit their results. Those that have not begun never do: nothing is sent for a
-    // browser that was stopped.
+    // Stops browsing; does nothing unless it is started. Requests in flight still report; queued
+    // ones are dropped.
     void stop();
 
     // The API version to use with a node whose "api_ver" attribute is text, a comma-separated list:
@@ -55,7 +54,7 @@ signals:
     void nodeDiscovered(const QString &serviceName, const QString &hostname, quint16 port,
                         const QMap<QString, QString> &txt);
     // A node answered at url, the address that was requested. selfDoc is null when its answer is
-    // not JSON; nobody has looked at what it says.
+    // not JSON; its content is not checked.
     void nodeSelfReady(const QString &serviceName, const QUrl &url, const QJsonDocument &selfDoc);
     // The request to url failed; errorString is the text of the network layer. Also comes for an
     // "api_proto" attribute other than http and https, and for an API version "." or "..": such an

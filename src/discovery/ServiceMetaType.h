@@ -4,5 +4,5 @@
 
 #include <QMetaType>
 
-// Here, so that it stands before any slot that takes a service: Qt 6 refuses it afterwards.
+// Must precede the first slot with a Service parameter (Qt 6).
 Q_DECLARE_METATYPE(QMdnsEngine::Service)

@@ -13,8 +13,8 @@
 // The services of one type (DNS-SD, RFC 6763) that are announced on the network, a row for each in
 // order of arrival. Browses from construction to destruction.
 //
-// A service is known by its instance name alone. Where several of one name are listed, which takes
-// a browse of all types, an update or a removal of any of them falls on the first row of that name.
+// Services are identified by instance name alone; with several of one name, which takes a browse of
+// all types, updates and removals apply to the first row.
 class ServiceModel final : public QAbstractListModel {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(ServiceModel)

@@ -105,8 +105,8 @@ QByteArray authorizationFor(const QUrl &url, const QByteArray &challenges)
     const QList<Challenge> offered = readChallenges(challenges);
     for (const Challenge &challenge : offered) {
         if (challenge.scheme == "digest") {
-            const QByteArray digest = digestAuthorization(challenge.parameters, user, password,
-                                                          path.startsWith('/') ? path : '/' + path);
+            QByteArray digest = digestAuthorization(challenge.parameters, user, password,
+                                                    path.startsWith('/') ? path : '/' + path);
             if (!digest.isEmpty()) {
                 return digest;
             }

@@ -344,7 +344,7 @@ QByteArray takeOut(const QByteArray &text, std::vector<Replaced> replaced, QByte
         }
         append(&part.text, part.end);
         at = part.next;
-        const QByteArray done = std::move(part.text);
+        QByteArray done = std::move(part.text);
         parts.pop_back();
         if (parts.empty()) {
             *array += ']';

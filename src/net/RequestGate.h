@@ -30,8 +30,8 @@ public:
     // Sends the request. Called once, from enqueue() or from the event loop.
     using Begin = std::function<QNetworkReply *()>;
 
-    // maximum: of connections. By default half of the descriptors that the process may have open.
-    explicit RequestGate(int maximum = Descriptors::limit() / 2);
+    // limit: of connections. By default half of the descriptors that the process may have open.
+    explicit RequestGate(int limit = Descriptors::limit() / 2);
 
     // url: what begin will request.
     void enqueue(const QUrl &url, const Begin &begin);
