@@ -220,6 +220,7 @@ private slots:
             w.whenAsked(hanging, sendersPath, answer);
         }
         w.press(command);
+        QCOMPARE(hanging.requests().isEmpty(), isClosing);
         if (isAdding) {
             left.append(added.host());
         } else {

@@ -206,7 +206,7 @@ private slots:
         const QString video = rx.receiverIds(Essence::Video).value(0);
         const QString audio = rx.receiverIds(Essence::Audio).value(0);
         const QString data = rx.receiverIds(Essence::Data).value(0);
-        // A redirect is no reply error, so it leaves the reason of the patch before it standing.
+        // A redirect sets no error text, so the earlier one is shown again.
         rx.setFault(SimulatedNode::receiverStagedPath(audio), Fault::status(500));
         rx.setFault(SimulatedNode::receiverStagedPath(data), Fault::redirect("/elsewhere"));
         Boxes boxes;

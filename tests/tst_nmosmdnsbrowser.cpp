@@ -222,7 +222,7 @@ void TestNMOSMdnsBrowser::asksForTheSelfResource()
     QFETCH(const QStringList, result);
     const RawServer node(answer, QHostAddress::Any);
     const DeletedReplies deleted;
-    NMOSMdnsBrowser browser;
+    NMOSMdnsBrowser browser{};
     record(browser);
     browser.start();
     QVERIFY(sender.send(announcement(node.serverPort(), attributes).bytes()));

@@ -46,9 +46,9 @@ class NestedWait final {
     Q_DISABLE_COPY_MOVE(NestedWait)
 
 public:
-    // end has to make the event loop return. It is called when the wait ends without an answer, and
-    // possibly more than once.
-    explicit NestedWait(std::function<void()> end);
+    // endLoop has to make the event loop return. It is called when the wait ends without an answer,
+    // and possibly more than once.
+    explicit NestedWait(std::function<void()> endLoop);
     ~NestedWait();
 
     // Has to be called when what is waited for has come.

@@ -39,8 +39,7 @@ bool MessageBox::event(QEvent *event)
         }
         return QMessageBox::event(event);
     case QEvent::LayoutRequest:
-        // QMessageBox would take back the size of fitScreen().
-        return QDialog::event(event);
+        return true; // QMessageBox would take back the size of fitScreen()
     default:
         return QMessageBox::event(event);
     }

@@ -39,6 +39,7 @@ void Boxes::look()
     } else if (idle.hasExpired(15000)) {
         QTest::qFail("the program waits without end", __FILE__, __LINE__);
         Closing::begin();
+        idle.start();
     } else if (box && keepsOpen) {
         return;
     } else if (box) {
