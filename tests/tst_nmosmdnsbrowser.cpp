@@ -301,8 +301,10 @@ void TestNMOSMdnsBrowser::asksEveryAddress()
 // Each is an address of its own: of one host Qt asks for six resources at a time.
 void TestNMOSMdnsBrowser::announceHanging(quint16 port, int count)
 {
-    for (int i = 0; i < count;) {
-        Packet packet = announcement(port, {}, "127.1.0.0"_s);
+    // QMdnsEngine keeps one address of what comes with the service.
+    sender.send(announcement(port, {}, "127.1.0.0"_s).bytes());
+    for (int i = 1; i < count;) {
+        Packet packet;
         for (const int end = qMin(i + 40, count); i < end; ++i) {
             packet.address("cam1.local", QHostAddress(0x7f010000U + i).toString());
         }
