@@ -59,12 +59,14 @@ public:
         return false;
     }
 
-    // The name that begins here, uncompressed. Each pointer leads further back, so it ends.
+    // The name that begins here, uncompressed. Each pointer leads further back, so it ends; it has
+    // no more parts than a name can have, so that a packet full of pointers costs no time.
     QByteArray name() const
     {
         QByteArray wire;
         const uchar *limit = at;
-        for (const uchar *from = at; from < end && wire.size() < nameSize;) {
+        const uchar *from = at;
+        for (int parts = 0; parts < nameSize && from < end && wire.size() < nameSize; ++parts) {
             const uchar length = *from;
             if (length < 0x40) {
                 if (end - from <= length) {
@@ -109,6 +111,9 @@ bool PacketGuard::isHarmful(const uchar *data, qint64 size, QVector<Owner> *owne
     Reader reader(data, size);
     std::array<quint16, 4> counts{};
     bool readable = size >= headerSize && reader.skip(4);
+    if (readable && (data[2] & 0x80) == 0) {
+        owners = nullptr; // a query: its known answers renew nothing
+    }
     for (quint16 &count : counts) {
         readable = readable && reader.read(count);
     }
