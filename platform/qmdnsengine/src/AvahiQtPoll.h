@@ -24,8 +24,8 @@ public:
         return &table;
     }
 
-    // Called with the records of each response that Avahi is given, before it reads them; with none
-    // for a query.
+    // Called with the records of each packet that Avahi is given, before it reads them; queries
+    // have none but known answers.
     std::function<void(const QVector<PacketGuard::Owner> &)> heard;
 
     // The UDP sockets that are watched.

@@ -111,9 +111,6 @@ bool PacketGuard::isHarmful(const uchar *data, qint64 size, QVector<Owner> *owne
     Reader reader(data, size);
     std::array<quint16, 4> counts{};
     bool readable = size >= headerSize && reader.skip(4);
-    if (readable && (data[2] & 0x80) == 0) {
-        owners = nullptr; // a query: its known answers renew nothing
-    }
     for (quint16 &count : counts) {
         readable = readable && reader.read(count);
     }

@@ -15,8 +15,8 @@ namespace PacketGuard {
 // The name of a record as it stands in a packet, uncompressed and in lower case, and its type.
 using Owner = QPair<QByteArray, quint16>;
 
-// Whether a datagram of that size must not reach Avahi. Of a response that may, owners gets the
-// records; null for nobody who wants them.
+// Whether a datagram of that size must not reach Avahi. Of one that may, owners gets the records;
+// null for nobody who wants them.
 bool isHarmful(const uchar *data, qint64 size, QVector<Owner> *owners = nullptr);
 
 // Whether fd is a UDP socket, the kind that is to be guarded.
@@ -27,7 +27,7 @@ bool isNameServiceSocket(int fd);
 void makeRoom(int fd);
 
 // Takes harmful datagrams away from the head of the socket's queue. Returns whether a harmless one
-// is there to be read now, and the owners of its records if it is a response.
+// is there to be read now, and the owners of its records.
 bool admitNext(int fd, QVector<Owner> *owners);
 
 } // namespace PacketGuard
