@@ -306,7 +306,8 @@ void TestNMOSMdnsBrowser::announceHanging(quint16 port, int count)
     for (int i = 1; i < count;) {
         Packet packet;
         for (const int end = qMin(i + 40, count); i < end; ++i) {
-            packet.address("cam1.local", QHostAddress(0x7f010000U + i).toString());
+            packet.address("cam1.local",
+                           QHostAddress(0x7f010000U + static_cast<uint>(i)).toString());
         }
         sender.send(packet.bytes());
     }

@@ -303,15 +303,15 @@ private slots:
         QPushButton button;
         QLineEdit field;
         const QSignalSpy clicks(&button, &QPushButton::clicked);
-        for (QWidget *widget : QList<QWidget *>{&button, &field}) {
+        for (QWidget *widget : std::initializer_list<QWidget *>{&button, &field}) {
             widget->show();
             QApplication::setActiveWindow(widget);
             widget->setFocus();
             // As Qt reports most repetitions under X11.
-            for (const int time : {1000, 1600, 1640, 1680}) {
+            for (const ulong time : {1000UL, 1600UL, 1640UL, 1680UL}) {
                 for (const auto type : {QEvent::KeyRelease, QEvent::KeyPress}) {
                     QKeyEvent key(type, Qt::Key_Space, {}, " "_s);
-                    key.setTimestamp(type == QEvent::KeyRelease && time == 1000 ? 900 : time);
+                    key.setTimestamp(type == QEvent::KeyRelease && time == 1000 ? 900UL : time);
                     QCoreApplication::sendEvent(widget->windowHandle(), &key);
                 }
             }
