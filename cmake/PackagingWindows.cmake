@@ -1,5 +1,5 @@
-# What is installed on Windows: one directory with the program, every library that it needs, and the
-# licences. CPack makes a zip file and an installer of it. Included when all targets are known.
+# What is installed on Windows: one directory with the program, every library that it needs, the user
+# guide and the licences. CPack makes a zip file and an installer of it. Included when all targets are known.
 if(NOT TARGET nodepatch OR NOT MINGW)
     return()
 endif()
@@ -36,14 +36,41 @@ endforeach()
 add_custom_target(nodepatch_runtime ALL DEPENDS ${runtime})
 install(FILES ${runtime} DESTINATION .)
 
-install(FILES ${from}/licences.txt DESTINATION licences)
+# Texts with the line ends of Windows.
+function(install_text source destination name)
+    set(made ${PROJECT_BINARY_DIR}/package-files/${name})
+    configure_file(${source} ${made} @ONLY NEWLINE_STYLE CRLF)
+    install(FILES ${made} DESTINATION ${destination})
+endfunction()
+install_text(${from}/licences.txt licences licences.txt)
 if(NODEPATCH_LICENCES)
-    install(DIRECTORY ${NODEPATCH_LICENCES}/ DESTINATION licences)
+    file(GLOB licences CONFIGURE_DEPENDS ${NODEPATCH_LICENCES}/*.txt)
+    foreach(licence ${licences})
+        get_filename_component(name ${licence} NAME)
+        install_text(${licence} licences ${name})
+    endforeach()
 endif()
 if(NODEPATCH_MDNS STREQUAL "fetch")
     FetchContent_GetProperties(qmdnsengine SOURCE_DIR engineSources)
-    install(FILES ${engineSources}/LICENSE.txt DESTINATION licences RENAME QMdnsEngine.txt)
+    install_text(${engineSources}/LICENSE.txt licences QMdnsEngine.txt)
 endif()
+
+# The user guide becomes HTML: Windows opens that in a browser, with pictures, tables and links, but knows
+# no Markdown. Python-Markdown, because its headings are targets of links.
+find_program(MARKDOWN_PY markdown_py)
+if(NOT MARKDOWN_PY)
+    message(FATAL_ERROR "The user guide needs markdown_py (package python3-markdown)")
+endif()
+set(guideSource ${PROJECT_SOURCE_DIR}/docs/user-guide.md)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${guideSource})
+execute_process(COMMAND ${MARKDOWN_PY} -x tables -x toc -x fenced_code ${guideSource}
+    OUTPUT_VARIABLE guide RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+    message(FATAL_ERROR "${MARKDOWN_PY} does not run: ${result}")
+endif()
+string(REPLACE "\n" "\r\n" guide "${guide}") # NEWLINE_STYLE ends the template's lines only
+install_text(${from}/user-guide.html.in . user-guide.html)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/images DESTINATION .)
 
 set(CPACK_GENERATOR "ZIP;NSIS")
 set(CPACK_PACKAGE_NAME ${PROJECT_NAME})

@@ -285,13 +285,19 @@ private:
         if (!resolved) {
             return fail(QStringLiteral("the host name of the selected service does not resolve"));
         }
+        QStringList shown;
+        for (int row = 0; row < addresses->count(); ++row) {
+            shown.append(addresses->item(row)->text());
+        }
         const auto *attributes = browser->findChild<QTableWidget *>();
         say(QStringLiteral("Selected: %1, at %2, with %3 TXT attributes.")
-                .arg(services->currentIndex().data().toString(), addresses->item(0)->text())
+                .arg(services->currentIndex().data().toString(), shown.join(QStringLiteral(", ")))
                 .arg(attributes->rowCount()));
         shoot(browser, QStringLiteral("browser"));
         browser->close();
-        return attributes->rowCount() > 0 || fail(QStringLiteral("no TXT attributes are shown"));
+        return (shown.removeDuplicates() == 0
+                || fail(QStringLiteral("an address is shown more than once")))
+            && (attributes->rowCount() > 0 || fail(QStringLiteral("no TXT attributes are shown")));
     }
 
     bool press(const QString &command, const QString &name, int expected)
@@ -354,7 +360,7 @@ private:
 
 int main(int argc, char *argv[])
 {
-    QApplication app(argc, argv);
+    const auto application = Application::create(argc, argv);
     QApplication::setCursorFlashTime(0);
     Application::setIdentity();
     Application::setAppearance();
@@ -370,7 +376,7 @@ int main(int argc, char *argv[])
     parser.addPositionalArgument(QStringLiteral("transmitter"), QStringLiteral("address:port"));
     parser.addPositionalArgument(QStringLiteral("receiver"), QStringLiteral("address:port"));
     parser.addPositionalArgument(QStringLiteral("screenshots"), QStringLiteral("a directory"));
-    parser.process(app);
+    parser.process(*application);
     const QStringList arguments = parser.positionalArguments();
     if (arguments.size() != 3 || !QDir().mkpath(arguments.at(2))) {
         parser.showHelp(2);

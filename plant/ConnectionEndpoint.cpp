@@ -59,13 +59,12 @@ ConnectionEndpoint::ConnectionEndpoint(Role endpointRole, Essence endpointEssenc
                                        const QJsonObject &parameters)
     : role(endpointRole)
     , essence(endpointEssence)
-{
-    const bool isSender = role == Role::Sender;
-    stagedObject = jsonObject({{"master_enable", isSender},
+    , stagedObject(jsonObject({{"master_enable", role == Role::Sender},
                                {"activation", activationObject({}, {})},
-                               {"transport_params", QJsonArray{parameters}}});
+                               {"transport_params", QJsonArray{parameters}}}))
+{
     stagedObject.insert(peerName(), QJsonValue());
-    if (!isSender) {
+    if (role == Role::Receiver) {
         stagedObject.insert(QLatin1String("transport_file"),
                             jsonObject({{"data", QJsonValue()}, {"type", QJsonValue()}}));
     }

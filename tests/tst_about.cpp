@@ -106,7 +106,7 @@ private slots:
         const qint64 today = QDateTime::currentSecsSinceEpoch() / secondsPerDay;
         const QString before = stored.isEmpty() ? QString() : stored.arg(today + daysFromNow);
         if (!before.isEmpty()) {
-            settings().setValue(dayKey, before);
+            store(dayKey, before);
         }
         Boxes boxes;
         const Window w;
@@ -129,7 +129,7 @@ private slots:
     {
         QFETCH(const QString, button);
         const Feed feed("8.0.181");
-        settings().setValue(dayKey, 1);
+        store(dayKey, 1);
         bool hasPanel = true;
         Boxes boxes;
         boxes.inspect = [&](QMessageBox *box) {

@@ -156,7 +156,7 @@ private slots:
             };
             hangAt(1);
             node.setRequestObserver(
-                [&](const LoggedRequest &) { hangAt(node.requests().size() + 1); });
+                [&node, hangAt](const LoggedRequest &) { hangAt(node.requests().size() + 1); });
             w.device = {};
             w.when(&IntakeWindow::dialog, [&] { w.report(node, "Z"_s); });
             w.when([&] { return node.requests().size() == interrupted; },

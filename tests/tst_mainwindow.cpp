@@ -15,7 +15,7 @@ class TestMainWindow final : public ProgramTest {
 private slots:
     void opensEmpty()
     {
-        settings().setValue("lastTxIp"_s, "127.0.0.1:1"_s);
+        store("lastTxIp"_s, "127.0.0.1:1"_s);
         Window w;
         QCOMPARE(w.window.windowTitle(), "VelmoraNodePatch - velmora.example"_s);
         QCOMPARE(QApplication::windowIcon().availableSizes().size(), 4);

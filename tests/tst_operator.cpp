@@ -289,7 +289,7 @@ private slots:
         QPushButton button;
         QLineEdit field;
         const EventCounter<QPushButton> presses(&button, QEvent::KeyPress);
-        for (QWidget *widget : QList<QWidget *>{&button, &field}) {
+        for (QWidget *widget : std::initializer_list<QWidget *>{&button, &field}) {
             widget->show();
             QApplication::setActiveWindow(widget);
             widget->setFocus();
@@ -300,7 +300,7 @@ private slots:
             };
             for (const int key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter, Qt::Key_Escape}) {
                 // As Qt reports most repetitions under X11. The first is of another key.
-                for (const ulong time : {1000, 1600, 1640}) {
+                for (const ulong time : {1000UL, 1600UL, 1640UL}) {
                     send(QEvent::KeyRelease, time == 1000 ? Qt::Key_A : key, time, false);
                     send(QEvent::KeyPress, key, time, false);
                 }

@@ -43,7 +43,9 @@ void EveryLinkServer::listen(QUdpSocket &socket)
 {
     QMdnsEngine::Message message;
     const QNetworkDatagram datagram = socket.receiveDatagram();
-    if (QMdnsEngine::fromPacket(datagram.data(), message) && message.isResponse()) {
+    // The base hears what goes to everybody. Twice, a goodbye would bring a service back.
+    if (!datagram.destinationAddress().isMulticast()
+        && QMdnsEngine::fromPacket(datagram.data(), message)) {
         message.setAddress(datagram.senderAddress());
         message.setPort(static_cast<quint16>(datagram.senderPort()));
         emit messageReceived(message);

@@ -127,6 +127,16 @@ bool DropDownList::closesOn(const QPoint &globalPosition) const
     return hit != QStyle::SC_ComboBoxArrow && !window()->geometry().contains(globalPosition);
 }
 
+void DropDownList::focusInEvent(QFocusEvent *event)
+{
+    EntryList::focusInEvent(event);
+    // QAbstractItemView makes the first row current without marking it: Enter would choose it
+    // unseen, and Down would leave it out.
+    if (!selectionModel()->hasSelection()) {
+        selectionModel()->clearCurrentIndex();
+    }
+}
+
 void DropDownList::showEvent(QShowEvent *event)
 {
     EntryList::showEvent(event);

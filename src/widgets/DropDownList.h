@@ -30,6 +30,7 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
     void rowsInserted(const QModelIndex &parent, int start, int end) override;
     void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
+    void focusInEvent(QFocusEvent *event) override;
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;
 

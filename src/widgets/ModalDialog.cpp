@@ -11,7 +11,7 @@ int runModal(QDialog *dialog)
     }
     NestedWait wait([dialog] { dialog->reject(); });
     const auto closed =
-        QObject::connect(dialog, &QDialog::finished, dialog, [&wait] { wait.noteAnswer(); });
+        QObject::connect(dialog, &QDialog::finished, dialog, [own = &wait] { own->noteAnswer(); });
     const int result = dialog->exec();
     QObject::disconnect(closed);
     if (!wait.isAnswered()) {

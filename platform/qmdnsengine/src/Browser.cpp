@@ -108,13 +108,13 @@ public:
         : q(browser)
         , server(std::move(onServer))
         , cache(std::move(sharedCache))
-        , again(new QTimer(q))
+        , again(q)
     {
         if (type.startsWith('_') && type.size() <= typeLength) {
             browse(type, type.toLower() == browseAll);
         }
-        QObject::connect(again, &QTimer::timeout, q, [this] { askAgain(); });
-        again->start(askAgainFirst);
+        QObject::connect(&again, &QTimer::timeout, q, [this] { askAgain(); });
+        again.start(askAgainFirst);
     }
 
 private:
@@ -131,7 +131,7 @@ private:
     Browser *q;
     std::shared_ptr<ServerPrivate> server;
     std::shared_ptr<CachePrivate> cache;
-    QTimer *again;
+    QTimer again;
     bool changed = false; // since the layer asked by itself
     std::map<QByteArray, std::unique_ptr<RecordLookup>> types;
     std::map<QByteArray, Instance> instances; // by full name, escaped and in lower case
@@ -165,8 +165,7 @@ void BrowserPrivate::browse(const QByteArray &type, bool forTypes)
 // each node for.
 void BrowserPrivate::askAgain()
 {
-    again->setInterval(changed ? askAgainFirst
-                               : qMin(2 * again->intervalAsDuration(), askAgainLast));
+    again.setInterval(changed ? askAgainFirst : qMin(2 * again.intervalAsDuration(), askAgainLast));
     changed = false;
     if (!server) {
         return;
