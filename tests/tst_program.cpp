@@ -68,11 +68,11 @@ void TestProgram::startsAndEndsWithItsWindow()
     char *arguments[] = {name, nullptr};
     QCOMPARE(programMain(1, arguments), 0);
     const char *scale = qgetenv("QT_FONT_DPI") == "97" ? "1" : "1.5";
-    QCOMPARE(seen,
-             (QStringList{"Velmora"_s, "VelmoraNodePatch"_s, "velmora.example"_s,
-                          "example.velmora.NodePatch"_s, "VelmoraNodePatch - velmora.example"_s,
-                          "1"_s, "1"_s, ""_s, QLatin1String(scale),
-                          QString::number(limit.rlim_max)}));
+    QCOMPARE(
+        seen,
+        (QStringList{"Velmora"_s, "VelmoraNodePatch"_s, "velmora.example"_s,
+                     "example.velmora.NodePatch"_s, "VelmoraNodePatch - velmora.example"_s, "1"_s,
+                     "1"_s, ""_s, QLatin1String(scale), QString::number(limit.rlim_max)}));
     QVERIFY(QFile::exists(home.filePath("Velmora/VelmoraNodePatch.conf"_s)));
 }
 
