@@ -59,12 +59,14 @@ public:
         return false;
     }
 
-    // The name that begins here, uncompressed. Each pointer leads further back, so it ends.
+    // The name that begins here, uncompressed. Each pointer leads further back, so it ends; it has
+    // no more parts than a name can have, so that a packet full of pointers costs no time.
     QByteArray name() const
     {
         QByteArray wire;
         const uchar *limit = at;
-        for (const uchar *from = at; from < end && wire.size() < nameSize;) {
+        const uchar *from = at;
+        for (int parts = 0; parts < nameSize && from < end && wire.size() < nameSize; ++parts) {
             const uchar length = *from;
             if (length < 0x40) {
                 if (end - from <= length) {

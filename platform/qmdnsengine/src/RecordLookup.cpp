@@ -19,16 +19,17 @@ bool isWellFormed(const QByteArray &name)
 
 } // namespace
 
-RecordLookup::RecordLookup(std::shared_ptr<ServerPrivate> onServer, const Question &asked,
+RecordLookup::RecordLookup(std::shared_ptr<ServerPrivate> onServer, const Question &toAsk,
                            Handler eventHandler)
     : server(std::move(onServer))
-    , question(asked)
+    , question(toAsk)
     , handler(std::move(eventHandler))
 {
     if (!server || !server->avahi || !isWellFormed(question.name)) {
         return;
     }
     server->lookups.insert(this);
+    asked.start();
     if (question.type != AVAHI_DNS_TYPE_PTR && question.link != everyLink) {
         owner = {wireName(question.name).toLower(), question.type};
         server->unique.insert(owner, this);
@@ -54,6 +55,7 @@ void RecordLookup::stop()
 
 void RecordLookup::begin()
 {
+    isReading = !owner.first.isEmpty();
     AvahiKey *const key =
         avahi_key_new(question.name.constData(), AVAHI_DNS_CLASS_IN, question.type);
     if (key) {
@@ -66,6 +68,7 @@ void RecordLookup::begin()
 
 void RecordLookup::end()
 {
+    newest.clear();
     if (records) {
         avahi_s_record_browser_free(records);
         records = nullptr;
@@ -76,13 +79,19 @@ void RecordLookup::rest()
 {
     end();
     state = State::Resting;
-    quint32 life = longestLife;
-    for (const Known &each : known) {
-        life = qMin(life, each.record->ttl);
-    }
     if (isAnswered()) {
-        timer.start(static_cast<int>(life) * 850);
+        // Counted from the last question: what is heard meanwhile may come from another link.
+        timer.start(static_cast<int>(qMax(qint64{0}, life() * 85 / 100 - asked.elapsed())));
     }
+}
+
+qint64 RecordLookup::life() const
+{
+    quint32 seconds = longestLife;
+    for (const Known &each : known) {
+        seconds = qMin(seconds, each.record->ttl);
+    }
+    return qint64{seconds} * 1000;
 }
 
 void RecordLookup::readAgain()
@@ -107,7 +116,8 @@ void RecordLookup::onTimer()
     } else if (state == State::Resting) {
         // For as long as the records may still live, and until an answer could be here.
         state = State::Renewing;
-        timer.start(qMax(3000, timer.interval() / 5));
+        asked.start();
+        timer.start(qMax(3000, static_cast<int>(life() / 6)));
         begin();
     } else {
         readAgain();
@@ -122,12 +132,25 @@ void RecordLookup::take(Link link, AvahiRecord *record)
             return;
         }
     }
-    known.push_back({link, {avahi_record_ref(record), avahi_record_unref}, true});
-    handler(Event::Found, link, record);
+    newest.push_back({link, {avahi_record_ref(record), avahi_record_unref}, true});
+    if (!isReading) {
+        announce();
+    }
+}
+
+// Avahi reads its cache from the newest record to the oldest; the newest is to be found last.
+void RecordLookup::announce()
+{
+    for (; !newest.empty(); newest.pop_back()) {
+        known.push_back(newest.back());
+        handler(Event::Found, known.back().link, known.back().record.get());
+    }
 }
 
 void RecordLookup::finishReading()
 {
+    isReading = false;
+    announce();
     const std::vector<Known> before = known;
     for (const Known &each : before) {
         if (!each.isInCache && state == State::Asking) {

@@ -6,6 +6,7 @@
 #include <avahi-core/lookup.h>
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QMap>
 
 #include <functional>
@@ -41,7 +42,8 @@ public:
     using Handler = std::function<void(Event, Link, AvahiRecord *)>;
 
     // A name that is malformed, or a server that is null or closed, gives a lookup without events.
-    RecordLookup(std::shared_ptr<ServerPrivate> server, const Question &question, Handler handler);
+    RecordLookup(std::shared_ptr<ServerPrivate> onServer, const Question &toAsk,
+                 Handler eventHandler);
     ~RecordLookup();
 
     // Has no more events.
@@ -71,7 +73,9 @@ private:
     void begin();
     void end();
     void onTimer();
+    qint64 life() const; // of the record that expires first, in milliseconds
     void take(Link link, AvahiRecord *record);
+    void announce();
     void forget(Link link, AvahiRecord *record);
     void finishReading();
 
@@ -86,7 +90,10 @@ private:
     PacketGuard::Owner owner; // empty: never rests
     State state = State::Asking;
     bool isRead = false; // the cache, the first time
+    bool isReading = false; // the cache, and may rest
     std::vector<Known> known;
+    std::vector<Known> newest; // in the cache, not yet known
+    QElapsedTimer asked; // for records to take the place of those that expire
     QTimer timer;
 };
 
