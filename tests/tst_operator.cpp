@@ -206,9 +206,9 @@ private slots:
     void aBoxFitsTheScreen_data()
     {
         columns<QString, bool>("text", "scrolls");
-        QTest::newRow("short words") << "ab "_s.repeated(333) << false;
-        QTest::newRow("one long word") << QString(1000, QLatin1Char('w')) << true;
-        QTest::newRow("line breaks") << "a\n"_s.repeated(500) << true;
+        row("short words", "ab "_s.repeated(333), false);
+        row("one long word", QString(1000, QLatin1Char('w')), true);
+        row("line breaks", "a\n"_s.repeated(500), true);
     }
 
     void aBoxFitsTheScreen()
