@@ -64,9 +64,13 @@ private:
             if (what == 0) {
                 WindowDriver::enter(selector, text);
             } else if (what == 1) {
+                // Until another step changes the field while a check waits.
                 selector->lineEdit()->selectAll();
-                const QString typed = text.left(20);
-                for (const QChar character : typed) {
+                QString typed;
+                while (typed.size() < qMin(text.size(), 20)
+                       && (typed.isEmpty() || selector->currentText() == typed)) {
+                    const QChar character = text.at(typed.size());
+                    typed += character;
                     QTest::sendKeyEvent(QTest::Click, selector->lineEdit(), Qt::Key_unknown,
                                         QString(character), Qt::NoModifier);
                 }
