@@ -3,10 +3,8 @@
 
 #include "Plant.h"
 #include "discovery/BrowserWindow.h"
-#include "support/EventCounter.h"
 #include "support/IntakeWindow.h"
-#include "support/ProgramTest.h"
-#include "support/TestMain.h"
+#include "support/LogRecorder.h"
 
 #include <QDeadlineTimer>
 #include <qmdnsengine/browser.h>
@@ -14,11 +12,6 @@
 #include <atomic>
 
 namespace {
-
-const QString connectCommand = "Connect (Tx->Rx)"_s;
-const QString addCommand = "Add Device"_s;
-const QString removeCommand = "Remove Device"_s;
-const QString local = "127.0.0.1"_s;
 
 NodeDescription oneOfEach(int i)
 {
@@ -75,16 +68,26 @@ private slots:
         };
         QDeadlineTimer quiet;
         // Two stored devices hang: one is asked beside the first, and the others wait.
+        const LogRecorder log;
+        bool isInTime = false;
+        QTimer::singleShot(4800, &w.window, [&isInTime] {
+            isInTime = !LogRecorder::lines().filter("Probing"_s).isEmpty();
+        });
         w.when(isAsked(2), [&] {
             QVERIFY(sinceStart.elapsed() >= 3700); // a coarse timer may be five percent early
-            QCOMPARE(w.tx->count(), 1);
-            // What has not been asked is not asked once it is removed. A probe outlives its device.
-            w.removeDevice(3);
-            w.removeDevice(0);
-            for (int i = 5; i < 24; ++i) {
-                w.report(plant.at(i), QString::number(i));
-            }
+            quiet.setRemainingTime(600);
         });
+        w.when([&quiet] { return quiet.hasExpired(); },
+               [&] {
+                   QCOMPARE(w.tx->count(), 1);
+                   // What has not been asked is not asked once it is removed. A probe outlives its
+                   // device.
+                   w.removeDevice(3);
+                   w.removeDevice(0);
+                   for (int i = 5; i < 24; ++i) {
+                       w.report(plant.at(i), QString::number(i));
+                   }
+               });
         w.when(isAsked(6), [&] {
             QCOMPARE(w.tx->count(), 2);
             quiet.setRemainingTime(600);
@@ -107,14 +110,13 @@ private slots:
                    plant.at(2).clearFaults();
                });
         QTRY_COMPARE_WITH_TIMEOUT(w.rx->count(), 24, 90000);
-        QVERIFY(plant.at(3).requests().isEmpty());
+        QVERIFY(plant.at(3).requests().isEmpty() && isInTime);
     }
 
     // Of three nodes that are reported while a command waits, one hangs.
     void holdsUpNoCommand_data()
     {
-        QTest::addColumn<QString>("command"); // empty: a check
-        QTest::addColumn<bool>("isInBox");
+        columns<QString, bool>("command", "isInBox");
         QTest::newRow("a check") << QString() << false;
         QTest::newRow("a patch") << connectCommand << false;
         QTest::newRow("a patch behind a box") << connectCommand << true;
@@ -182,8 +184,7 @@ private slots:
     // An intake that hangs begins while a dialog is open, or as it closes.
     void holdsUpNoDialog_data()
     {
-        QTest::addColumn<QString>("command");
-        QTest::addColumn<bool>("isClosing");
+        columns<QString, bool>("command", "isClosing");
         QTest::newRow("OK in Add Device") << addCommand << false;
         QTest::newRow("OK in Remove Device") << removeCommand << false;
         QTest::newRow("reported as it closes") << removeCommand << true;
@@ -235,8 +236,8 @@ private slots:
     // The main window closes; the browser window stays.
     void closingEndsAllWaits_data()
     {
-        QTest::addColumn<QString>("command");
-        QTest::addColumn<QString>("hanging"); // path of the transmitter; empty: a dialog waits
+        // The path of the transmitter that hangs; empty: a dialog waits.
+        columns<QString, QString>("command", "hanging");
         QTest::newRow("Connect") << connectCommand << sendersPath;
         QTest::newRow("the last request of Show SDP")
             << "Transmitter IP: show SDP"_s
@@ -251,12 +252,11 @@ private slots:
         QFETCH(const QString, command);
         QFETCH(const QString, hanging);
         SimulatedNode tx;
-        const SimulatedNode rx(NodeDescription::receiver());
+        SimulatedNode rx(NodeDescription::receiver());
         const EventCounter<QDialog> dialogs(qApp, QEvent::Show);
         {
             IntakeWindow w;
             Window::enter(w.tx, tx.host());
-            Window::enter(w.rx, rx.host());
             w.press("Browse"_s);
             w.boxes.keepsOpen = true;
             if (!hanging.isEmpty()) {
@@ -266,6 +266,10 @@ private slots:
                 };
             }
             tx.clearRequests();
+            // The command waits inside a check.
+            rx.setFault(receiversPath, Fault::hang());
+            rx.clearRequests();
+            w.whenAsked(rx, receiversPath, [&] { w.press(command); });
             int sent = 0;
             int shown = 0;
             w.when(
@@ -278,7 +282,7 @@ private slots:
                     sent = tx.requests().size();
                     w.window.close();
                 });
-            w.press(command);
+            Window::enter(w.rx, rx.host());
             QVERIFY(sent > 0 || hanging.isEmpty());
             w.report(tx, "T"_s);
             w.press(connectCommand);
@@ -295,6 +299,7 @@ private slots:
             }
         }
         // Another window begins anew.
+        rx.clearFaults();
         IntakeWindow w;
         Window::enter(w.rx, rx.host());
         QVERIFY(Window::isOn(w.rxLight));

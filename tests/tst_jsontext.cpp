@@ -93,8 +93,8 @@ private slots:
         QTest::newRow("side by side") << repeated("{", "'a':[[[[[[]]]]]],", 12500, "'a':0}");
         QTest::newRow("inside each other")
             << repeated("[", "{'a':{'a':[[[[[[]]]]]],'a':1},'a':0},", 5500, "0]");
-        QTest::newRow("a thousand levels down") << QByteArray(1000, '[')
-                + repeated("{", "'a':[[[[[[]]]]]],", 12500, "'a':0}") + QByteArray(1000, ']');
+        QTest::newRow("a thousand levels down") << QByteArray(1017, '[') // 1,024 in all
+                + repeated("{", "'a':[[[[[[]]]]]],", 12500, "'a':0}") + QByteArray(1017, ']');
         QTest::newRow("in other spellings")
             << repeated("[",
                         "{'\\u00e9\\u30AB\\ud83d\\ude00\\n\\\"':[[[[[[]]]]]],"

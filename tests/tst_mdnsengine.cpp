@@ -54,14 +54,15 @@ private slots:
              {Packet().target(cam, "cam1.local", 80).text(cam, {"a=1"}), {added}}});
         row("what one packet changes is one update",
             {{service("Cam"), {added}},
-             {Packet().target(cam, "cam2.local", 81).text(cam, {"a=2"}),
+             {Packet().target(cam, "cam2.local", 81).text("\xc0\x0c", {"a=2"}), // the same name
               {"~|Cam|cam2.local.|81|a=2"_s}},
              {service("other", {}, goodbye), {}},
              {pointer("Cam", goodbye), {"-|Cam|cam2.local.|81|a=2"_s}}});
         row("an announcement that is repeated says nothing new",
             {{service("Cam"), {added}}, {service("Cam"), {}}, {service("CAM"), {}}});
         row("names are bytes",
-            {{service("St. 1\\2 \xc3\xa4"), {"+|St. 1\\2 ä|cam1.local.|80|a=1"_s}}});
+            {{service("St. 1\\2 \xc3\xa4"), {"+|St. 1\\2 ä|cam1.local.|80|a=1"_s}},
+             {service("St. 1\\2 \xc3\xa4", {"a=2"}), {"~|St. 1\\2 ä|cam1.local.|80|a=2"_s}}});
         row("a service that says goodbye and comes back",
             {{service("Cam"), {added}},
              {service("Cam", {"a=1"}, goodbye), {removed}},
@@ -221,6 +222,7 @@ private slots:
         QVERIFY(sender.send(pointer("brief").with(brief).bytes()));
         QTRY_COMPARE(watch.events.size(), 2);
         const Resolver resolver(watch.server.get(), "cam2.local.", &watch.cache);
+        const Resolver unanswered(watch.server.get(), "cam1.local.", &watch.cache);
         // What is there is asked for before it expires, and stays when somebody answers. It lives
         // no longer for what is said on another link.
         QTimer other;
@@ -230,12 +232,17 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(asked("brief") > 0, 30000);
         other.stop();
         QCOMPARE(watch.events.size(), 2);
-        QVERIFY(sender.send(service("brief").with(service("end", {}, 2)).bytes()));
+        QVERIFY(sender.send(brief.bytes()));
+        QVERIFY(sender.send(service("end", {}, 2).bytes()));
         QTRY_COMPARE(watch.events.size(), 3);
         const int before = asked("brief");
         QTRY_COMPARE(watch.events.size(), 4);
         QCOMPARE(watch.events.last(), "-|end|cam1.local.|80"_s);
         QCOMPARE(asked("brief"), before);
+        // It goes on asking for what nobody answers.
+        const QByteArray cam1 = Mdns::question(Mdns::name("cam1.local"), Mdns::A);
+        const int soFar = listener.askers(cam1).size();
+        QTRY_VERIFY(listener.askers(cam1).size() > soFar);
         QCOMPARE(asked("Cam"), 0);
         QVERIFY(listener.askers(Mdns::label("cam2")).isEmpty());
     }

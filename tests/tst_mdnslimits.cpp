@@ -110,6 +110,27 @@ private slots:
         QVERIFY2(longest < 90, qPrintable(QString::number(longest)));
     }
 
+    // Thousands of names, each of which is a pointer to a pointer to a pointer ...
+    void isNotHeldUpByNames()
+    {
+        Packet packet;
+        QByteArray pointers("\0", 1);
+        for (quint32 at = 23; at < 0x3ff0; at += 2) {
+            pointers += Mdns::bigEndian(0xc000 + (at == 23 ? at : at - 1), 2);
+        }
+        packet.add(QByteArray(1, '\0'), Mdns::Svcb, pointers);
+        for (int i = 0; i < 3000; ++i) {
+            packet.add("\xff\xf0", Mdns::Svcb, {});
+        }
+        MdnsWatch watch;
+        const qint64 before = computed();
+        for (int i = 0; i < 10; ++i) {
+            QVERIFY(sender.send(packet.bytes()));
+        }
+        QTRY_VERIFY((sender.send(service("Cam").bytes()), watch.events.size() == 1));
+        QVERIFY2(computed() < before + 1000, qPrintable(QString::number(computed() - before)));
+    }
+
     void malformedNamesFindNothing_data()
     {
         QTest::addColumn<QByteArray>("name");

@@ -63,7 +63,7 @@ private slots:
 
     void asksPlainly_data()
     {
-        QTest::addColumn<bool>("byDiscovery");
+        columns<bool>("byDiscovery");
         QTest::newRow("the client") << false;
 #ifdef NODEPATCH_MDNS_LAYER // an installed QMdnsEngine finds addresses without their zones
         QTest::newRow("discovery") << true;
@@ -119,19 +119,19 @@ private slots:
                             const QByteArray &answer = {}, const QByteArray &secret = {}) {
             QTest::newRow(name) << challenge << answer << secret;
         };
-        const QByteArray digest = "Digest username='us\\'er', realm='x', nonce='a', "
+        const QByteArray digest = "Digest username='us\\'er', realm='x\\'', nonce='\\\\a', "
                                   "uri='/sdp?a=%20b', algorithm=MD5, response='#'";
+        const QByteArray asked = "Digest realm='x\\'', nonce='\\\\a'";
         row("Basic", "Basic realm='x, Digest'",
             "Basic " + QByteArray("us\"er:p:\xc3\xa4").toBase64());
-        row("Digest", "digest Realm='x', nonce=a", digest, "a");
+        row("Digest", "digest Realm='x\\'', nonce='\\\\a', algorithm=md5", digest, "\\a");
         row("Digest that is always stale, and more",
-            "Negotiate, Basic realm='x', Digest realm='x', nonce='a', stale=true, opaque='\\''",
-            digest + ", opaque='\\''", "a");
-        row("Digest with a quality of protection",
-            "Digest realm='x', nonce='a', qop='auth-int, auth'",
-            digest + ", qop=auth, nc=00000001, cnonce='@'", "a:00000001:@:auth");
-        row("an algorithm that nobody knows", "Digest realm='x', nonce='a', algorithm=SHA-1");
-        row("a quality that nobody knows", "Digest realm='x', nonce='a', qop='auth-int'");
+            "Negotiate, Basic realm='x', " + asked + ", stale=true, opaque='\\''",
+            digest + ", opaque='\\''", "\\a");
+        row("Digest with a quality of protection", asked + ", qop='auth-int, AUTH'",
+            digest + ", qop=auth, nc=00000001, cnonce='@'", "\\a:00000001:@:auth");
+        row("an algorithm that nobody knows", asked + ", algorithm=SHA-1");
+        row("a quality that nobody knows", asked + ", qop='auth-int'");
         row("NTLM", "NTLM");
         row("nothing", "',=,x='");
     }
@@ -144,14 +144,14 @@ private slots:
         challenge.replace('\'', '"');
         RawServer node(httpAnswer("[]", "401 No\r\nWWW-Authenticate: " + challenge));
         const QString host = "us%22er:p%3A%C3%A4@"_s + node.host();
-        const auto manifest = senderAt("http://%1/sdp?a=%20b"_s.arg(host));
+        const auto manifest = senderAt("http://%1/sdp?a=%20b#c"_s.arg(host));
         NmosClient client;
         QString sdp;
         QVERIFY(!client.fetchSenderSdp(manifest, &sdp));
         const QByteArray sent = authorizations(node).constLast();
         const QByteArray cnonce = sent.mid(sent.indexOf("cnonce=") + 8, 32);
         secret.replace('@', cnonce);
-        secret = md5(md5("us\"er:x:p:\xc3\xa4") + ':' + secret + ':' + md5("GET:/sdp?a=%20b"));
+        secret = md5(md5("us\"er:x\":p:\xc3\xa4") + ':' + secret + ':' + md5("GET:/sdp?a=%20b"));
         answer.replace('\'', '"').replace('@', cnonce).replace('#', secret);
         QCOMPARE(authorizations(node),
                  QByteArrayList({"", answer}).mid(0, answer.isEmpty() ? 1 : 2));
@@ -160,9 +160,14 @@ private slots:
         node.requests.clear();
         client.hasSenders(host);
         client.fetchSenderSdp(senderAt("http://%1/"_s.arg(node.host())), &sdp);
-        QCOMPARE(authorizations(node), QByteArrayList({"", ""}));
+        node.answer.replace("401", "403");
+        client.fetchSenderSdp(manifest, &sdp);
+        node.answer.replace("403", "401");
+        QCOMPARE(authorizations(node), QByteArrayList({"", "", ""}));
+        client.fetchSenderSdp(senderAt("http://a@%1?b"_s.arg(node.host())), &sdp);
+        QCOMPARE(node.requests.last().contains(", uri=\"/?b\""), answer.startsWith("Digest"));
         client.fetchSenderSdp(senderAt("http://a%0D%0AB@"_s + node.host()), &sdp);
-        QVERIFY(node.requests.size() > 2 && !node.requests.last().contains("\nB"));
+        QVERIFY(node.requests.size() > 4 && !node.requests.last().contains("\nB"));
 
         node.answerTo = [refusal = node.answer](const QByteArray &request) {
             return request.contains("\r\nAuthorization: ") ? httpAnswer("v=0") : refusal;
@@ -209,19 +214,17 @@ private slots:
         const LogRecorder log("nodepatch.requests");
         const auto restore = qScopeGuard([] { QLoggingCategory::setFilterRules({}); });
         RawServer node(httpAnswer({}, "423 Locked"));
-        const NmosClient::ReceiverLookup receiver{"r"_s, {}, node.host(), {}, {}};
+        const NmosClient::ReceiverLookup receiver{"r"_s, {}, "user@"_s + node.host(), {}, {}};
         NmosClient client;
         client.disconnectReceiver(receiver);
         QCOMPARE(log.lines(), QStringList());
 
         QLoggingCategory::setFilterRules("nodepatch.requests.info=true"_s);
         client.disconnectReceiver(receiver);
-        const QString url = "http://"_s + node.host() + stagedPath("r");
         QCOMPARE(
             log.lines(),
-            QStringList(
-                "info: PATCH %1 status 423: Error transferring %1 - server replied: Locked"_s.arg(
-                    url)));
+            QStringList("info: PATCH http://user@%1 status 423: Error transferring http://%1 - "
+                        "server replied: Locked"_s.arg(node.host() + stagedPath("r"))));
         node.answer = httpAnswer({}, "204 No Content");
         client.disconnectReceiver(receiver);
         QCOMPARE(log.lines().size(), 1);

@@ -1,12 +1,16 @@
+#include "support/EventCounter.h"
 #include "support/TestMain.h"
 #include "widgets/ProductAdRotator.h"
 
 #include <QDesktopServices>
 #include <QImage>
 #include <QMouseEvent>
+#include <QPainter>
 #include <QSet>
 
+#include <functional>
 #include <memory>
+#include <tuple>
 
 using namespace ProductBanner;
 
@@ -69,12 +73,6 @@ private slots:
         banner->resize(900, 105);
     }
 
-    void cleanup()
-    {
-        QDesktopServices::unsetUrlHandler("https"_s);
-        banner.reset();
-    }
-
     void everyProductHasItsTextsAndPicture()
     {
         const auto products = catalogue();
@@ -121,6 +119,13 @@ private slots:
             QCOMPARE(found.description.bottom(), 71);
             QCOMPARE(pictureRect(found.area, QSize(1920, 105)), row.picture);
         }
+        QCOMPARE(banner->objectName(), "productAdRotator"_s);
+        QCOMPARE(banner->cursor().shape(), Qt::PointingHandCursor);
+        QCOMPARE(banner->toolTip(), "Open product information on velmora.example"_s);
+        QCOMPARE(banner->minimumHeight(), 105);
+        QCOMPARE(banner->maximumHeight(), 132);
+        QCOMPARE(banner->sizeHint(), QSize(900, 104));
+        QCOMPARE(banner->minimumSizeHint(), QSize(420, 92));
     }
 
     void pressesReachTheButtons()
@@ -173,16 +178,24 @@ private slots:
 
     void pauseEndsAMinuteAfterItsLastPress()
     {
-        press(PauseButton);
+        // Whatever changes what is seen paints it.
+        EventCounter<QWidget> paints(banner.get(), QEvent::Paint);
+        const auto paintsAfter = [&paints](const std::function<void()> &change) {
+            paints.count = 0;
+            change();
+            QTRY_VERIFY(paints.count > 0);
+        };
+        paintsAfter([this] { banner->show(); });
+        paintsAfter([this] { press(PauseButton); });
         banner->pauseTimer.setInterval(1000000);
         press(PauseButton);
         QCOMPARE(banner->pauseTimer.interval(), 60000);
+        paintsAfter([this] { press(NextButton); });
         press(NextButton);
-        press(NextButton);
-        press(PreviousButton);
+        paintsAfter([this] { press(PreviousButton); });
         QCOMPARE(banner->currentIndex, 1);
         QVERIFY(!banner->rotationTimer.isActive());
-        elapse(banner->pauseTimer);
+        paintsAfter([this] { elapse(banner->pauseTimer); });
         QVERIFY(!banner->pauseTimer.isActive());
         QVERIFY(banner->rotationTimer.isActive());
         QCOMPARE(banner->rotationTimer.interval(), 9000);
@@ -205,6 +218,9 @@ private slots:
         comparePixel(image, {shade.left() + 1, y}, QColor(50, 50, 50));
         comparePixel(image, {shade.left() + 0.52 * shade.width(), y}, QColor(125, 125, 125));
         comparePixel(image, {shade.right() - 7, y}, QColor(175, 175, 175));
+        const QRectF button = geometry().buttons[PreviousButton];
+        comparePixel(image, button.topLeft() + QPointF(2, 3), QColor(88, 88, 88));
+        comparePixel(image, {button.left(), button.top() + 4}, QColor(154, 154, 154));
 
         banner->products[0].image = ":/adbackgrounds/none.png"_s;
         image = painted();
@@ -214,15 +230,56 @@ private slots:
         comparePixel(image, {2, 50}, QColor(31, 58, 95));
     }
 
+    void writesItsTexts()
+    {
+        banner->resize(600, 105); // where the description takes two lines
+        banner->products[0].image = ":/adbackgrounds/none.png"_s;
+        const ProductEntry entry = banner->products.at(0);
+        const int top = Qt::AlignLeft | Qt::AlignTop;
+        const std::tuple<QRectF, int, int, QColor, QString> lines[] = {
+            {geometry().title, top, 16, Qt::white, entry.title},
+            {geometry().description, top | Qt::TextWordWrap, 9, {235, 241, 248}, entry.description},
+            {geometry().link,
+             Qt::AlignLeft | Qt::AlignVCenter,
+             8,
+             {214, 232, 255},
+             "Click anywhere to open product details on velmora.example"_s}};
+        const QImage image = painted();
+        for (const auto &[place, flags, points, colour, text] : lines) {
+            QFont font = banner->font();
+            font.setPointSize(points);
+            font.setWeight(points == 16 ? QFont::Bold : QFont::Normal);
+            font.setUnderline(points == 8);
+            QImage wanted(image.size(), image.format());
+            wanted.fill(Qt::transparent);
+            QPainter painter(&wanted);
+            painter.setRenderHint(QPainter::Antialiasing);
+            painter.setPen(colour);
+            painter.setFont(font);
+            painter.drawText(place, flags, text);
+            painter.end();
+            int wrong = 100; // less one for each pixel that is right
+            for (int i = 0; i < image.width() * image.height(); ++i) {
+                const QPoint at(i % image.width(), i / image.width());
+                const int alpha = qAlpha(wanted.pixel(at));
+                const bool isRight = alpha == 255 ? image.pixel(at) == wanted.pixel(at)
+                                                  : qGray(image.pixel(at)) > 130;
+                wrong += alpha <= 150 ? 0 : isRight ? -1 : 10000;
+            }
+            QVERIFY2(wrong < 0, qPrintable(text));
+        }
+    }
+
     void iconsAreWhiteWhilePaused()
     {
         const auto buttons = geometry().buttons;
         const QPointF centre = buttons[PauseButton].center();
         const qreal toBar = 0.13 * buttons[PauseButton].width();
-        const QPointF inIcons[] = {buttons[PreviousButton].center(),
+        // Near the bases of the arrows.
+        const QPointF inIcons[] = {buttons[PreviousButton].center() + QPointF(2, 2),
                                    {centre.x() - toBar, centre.y()},
                                    {centre.x() + toBar, centre.y()},
-                                   buttons[NextButton].center()};
+                                   buttons[NextButton].center() + QPointF(-2, 2)};
         for (const QPointF &point : inIcons) {
             comparePixel(painted(), point, QColor(225, 236, 248));
         }

@@ -2,11 +2,11 @@
 // server may that rounds to millimetres.
 
 #include "MainWindow.h"
+#include "support/TestMain.h"
 #include "widgets/PressGuard.h"
 
 #include <QApplication>
 #include <QTemporaryDir>
-#include <QtTest>
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -17,16 +17,7 @@ int programMain(int argc, char **argv);
 
 namespace {
 
-struct Seen {
-    QString organisation;
-    QString title;
-    bool isStyled = false;
-    bool isGuarded = false;
-    qreal scale = 0;
-    rlim_t descriptors = 0;
-};
-
-Seen seen;
+QStringList seen;
 
 // Runs as soon as the program has made its application object.
 void look()
@@ -39,13 +30,14 @@ void look()
                 poll->stop();
                 rlimit limit{};
                 ::getrlimit(RLIMIT_NOFILE, &limit);
-                seen = {QCoreApplication::organizationName() + QLatin1Char('/')
-                            + QCoreApplication::applicationName(),
-                        window->windowTitle(),
-                        !qApp->styleSheet().isEmpty(),
-                        qApp->findChild<PressGuard *>() != nullptr,
-                        window->devicePixelRatioF(),
-                        limit.rlim_cur};
+                seen = QStringList{
+                    QCoreApplication::organizationName(), QCoreApplication::applicationName(),
+                    QCoreApplication::organizationDomain(), QGuiApplication::desktopFileName(),
+                    window->windowTitle(), QString::number(qApp->styleSheet().size() > 5000),
+                    QString::number(qApp->findChildren<PressGuard *>().size()),
+                    // not for the programs that this one starts
+                    QString::fromLocal8Bit(qgetenv("QT_SCREEN_SCALE_FACTORS")),
+                    QString::number(window->devicePixelRatioF()), QString::number(limit.rlim_cur)};
                 window->close();
             }
         }
@@ -75,12 +67,13 @@ void TestProgram::startsAndEndsWithItsWindow()
     char name[] = "velmora-nodepatch";
     char *arguments[] = {name, nullptr};
     QCOMPARE(programMain(1, arguments), 0);
-    QCOMPARE(seen.organisation, QStringLiteral("Velmora/VelmoraNodePatch"));
-    QCOMPARE(seen.title, QStringLiteral("VelmoraNodePatch - velmora.example"));
-    QVERIFY(seen.isStyled && seen.isGuarded);
-    QCOMPARE(seen.scale, qgetenv("QT_FONT_DPI") == "97" ? 1 : 1.5);
-    QCOMPARE(seen.descriptors, limit.rlim_max);
-    QVERIFY(QFile::exists(home.filePath(QStringLiteral("Velmora/VelmoraNodePatch.conf"))));
+    const char *scale = qgetenv("QT_FONT_DPI") == "97" ? "1" : "1.5";
+    QCOMPARE(
+        seen,
+        (QStringList{"Velmora"_s, "VelmoraNodePatch"_s, "velmora.example"_s,
+                     "example.velmora.NodePatch"_s, "VelmoraNodePatch - velmora.example"_s, "1"_s,
+                     "1"_s, ""_s, QLatin1String(scale), QString::number(limit.rlim_max)}));
+    QVERIFY(QFile::exists(home.filePath("Velmora/VelmoraNodePatch.conf"_s)));
 }
 
 // Qt reads the resolution once in a process.

@@ -1,17 +1,13 @@
 // The two "Show SDP…" commands against real nodes, and the dialog that they show.
 
 #include "support/IntakeWindow.h"
-#include "support/ProgramTest.h"
-#include "support/TestMain.h"
 #include "widgets/SdpDialog.h"
 
+#include <QFontDatabase>
+#include <QRegularExpression>
 #include <QTextEdit>
 
 namespace {
-
-const QString showTx = "Transmitter IP: show SDP"_s;
-const QString showRx = "Receiver IP: show SDP"_s;
-const QString disconnectCommand = "Disconnect Rx"_s;
 
 const Essence essences[] = {Essence::Video, Essence::Audio, Essence::Data};
 
@@ -49,11 +45,11 @@ private slots:
     void showsWhatIsStaged()
     {
         const SimulatedNode tx;
-        const SimulatedNode rx(NodeDescription::receiver());
+        SimulatedNode rx(NodeDescription::receiver());
         SdpWindow w;
         Window::enter(w.tx, tx.host());
         Window::enter(w.rx, rx.host());
-        w.press("Connect (Tx->Rx)"_s);
+        w.press(connectCommand);
         w.press(showRx);
         w.press(showTx);
         QCOMPARE(
@@ -63,10 +59,24 @@ private slots:
         w.press(showRx);
         QCOMPARE(SdpWindow::copied(), offered);
         QVERIFY(tx.requests("PATCH"_s).isEmpty());
+        rx.setFault(SimulatedNode::receiverStagedPath(rx.receiverIds(Essence::Audio).value(0)),
+                    Fault::status(500));
+        w.press(showRx);
+        QCOMPARE(SdpWindow::copied(),
+                 block(tx.manifest(tx.senderIds().at(0)))
+                     + block(tx.manifest(tx.senderIds().at(2))));
+    }
+
+    void followsTheChosenDevice_data()
+    {
+        columns<bool>("isWhole");
+        QTest::newRow("with audio and data") << true;
+        QTest::newRow("without: then the node's first ones are patched, and not shown") << false;
     }
 
     void followsTheChosenDevice()
     {
+        QFETCH(const bool, isWhole);
         // Of three devices the first has no video, and the last is chosen.
         NodeDescription sending = NodeDescription::transmitter();
         sending.devices = QVector<DeviceDescription>(3, sending.devices.constFirst());
@@ -76,25 +86,38 @@ private slots:
         receiving.devices = QVector<DeviceDescription>(3, receiving.devices.constFirst());
         receiving.devices.first().receivers.removeFirst();
         receiving.devices.last().receivers.first().label = "Second"_s;
+        for (int i = isWhole ? 3 : 1; i < 3; ++i) {
+            sending.devices[i].senders.resize(1);
+            receiving.devices[i].receivers.resize(1);
+        }
         const SimulatedNode tx(sending);
-        const SimulatedNode rx(receiving);
+        SimulatedNode rx(receiving);
+        // Before connecting and after disconnecting.
+        const auto asksForDevicesFirst = [&rx] {
+            const QStringList asked = rx.requestLines();
+            return asked.indexOf("GET "_s + devicesPath)
+                < asked.indexOf(QRegularExpression("PATCH .*"_s));
+        };
         SdpWindow w;
         w.report(tx, "Cam"_s);
         w.report(rx, "Mon"_s);
         QVERIFY(Window::choose(w.tx, entry("Cam"_s, tx, "Second"_s)));
         QVERIFY(Window::choose(w.rx, entry("Mon"_s, rx, "Second"_s)));
-        w.press("Connect (Tx->Rx)"_s);
+        w.press(connectCommand);
+        QVERIFY(asksForDevicesFirst());
         QString offered;
         for (const Essence essence : essences) {
-            const QString sender = tx.senderIds(essence).constLast();
-            offered += block(tx.manifest(sender));
+            const bool isChosen = isWhole || essence == Essence::Video;
+            const QStringList senders = tx.senderIds(essence);
+            const QString sender = isChosen ? senders.constLast() : senders.constFirst();
+            offered += isChosen ? block(tx.manifest(sender)) : QString();
             QStringList connected;
             const auto receivers = rx.receiverIds(essence);
             for (const QString &receiver : receivers) {
                 connected.append(
                     rx.receiverActive(receiver).value(QLatin1String("sender_id")).toString());
             }
-            QCOMPARE(connected.takeLast(), sender);
+            QCOMPARE(isChosen ? connected.takeLast() : connected.takeFirst(), sender);
             QVERIFY(connected.join(QString()).isEmpty());
         }
         for (const QString &command : {showTx, showRx}) {
@@ -104,16 +127,18 @@ private slots:
         }
 
         // Disconnecting goes by the node: its first device with video.
+        rx.clearRequests();
         w.press(disconnectCommand);
+        QVERIFY(!asksForDevicesFirst());
         QStringList released;
-        const auto patches = rx.requests("PATCH"_s).mid(3);
+        const auto patches = rx.requests("PATCH"_s);
         for (const LoggedRequest &patch : patches) {
             released.append(patch.path);
         }
         QStringList first;
         for (const Essence essence : essences) {
             first.append(SimulatedNode::receiverStagedPath(
-                rx.receiverIds(essence).at(essence == Essence::Video ? 0 : 1)));
+                rx.receiverIds(essence).at(isWhole && essence != Essence::Video ? 1 : 0)));
         }
         QCOMPARE(released, first);
     }
@@ -132,72 +157,85 @@ private slots:
         w.press(showTx);
         QCOMPARE(SdpWindow::copied(), block(node.manifest(video)) + block(node.manifest(data)));
         QCOMPARE(node.requests("PATCH"_s).size(), 2);
-
-        // Audio and data are looked up at the host that the field names by then.
-        SimulatedNode twin;
-        node.clearFaults();
-        node.clearRequests();
-        node.setRequestObserver([&node, &video](const LoggedRequest &request) {
-            if (request.path == SimulatedNode::manifestPath(video)) {
-                node.setFault(SimulatedNode::collectionPath("devices"_s), Fault::hang());
-            }
-        });
-        w.whenAsked(node, "/devices"_s, [&] {
-            Window::enter(w.tx, twin.host());
-            twin.clearRequests();
-            node.clearFaults();
-        });
-        w.press(showTx);
-        QCOMPARE(twin.requestLines().filter(sendersPath).size(), 2);
     }
 
-    void tellsWhatIsMissing_data()
+    void looksForSiblingsWhereTheFieldSays()
     {
-        QTest::addColumn<QString>("command");
-        QTest::addColumn<bool>("isNode");
-        QTest::addColumn<ShownBox>("box");
-        const auto row = [](const char *name, const QString &command, bool isNode,
-                            const ShownBox &box) {
-            QTest::newRow(name) << command << isNode << box;
-        };
-        row("there is no transmitter", showTx, false,
-            {"No Sender"_s, "No sender found on transmitter node."_s, QMessageBox::Warning});
-        row("the sender gives no SDP", showTx, true,
-            {"SDP"_s, "Failed to fetch SDP from sender."_s, QMessageBox::Warning});
-        row("there is no receiver", showRx, false,
-            {"Info"_s, "No senders on the receiver node to display SDP from."_s,
-             QMessageBox::Information});
-        row("the receiver has nothing staged", showRx, true,
-            {"SDP"_s, "Nothing is connected/Failed to fetch SDP."_s, QMessageBox::Warning});
-        row("there is no receiver to disconnect", disconnectCommand, false,
-            {"Disconnect"_s, "No video receiver found on receiver node."_s, QMessageBox::Warning});
+        NodeDescription both = NodeDescription::transmitter();
+        both.devices.first().receivers = NodeDescription::receiver().devices.first().receivers;
+        SimulatedNode node(both);
+        SimulatedNode twin(both);
+        SdpWindow w;
+        Window::enter(w.tx, node.host());
+        Window::enter(w.rx, node.host());
+        w.press(connectCommand);
+        for (QComboBox *selector : {w.tx, w.rx}) {
+            node.setFault(devicesPath, Fault::hang());
+            node.clearRequests();
+            w.whenAsked(node, devicesPath, [&] {
+                Window::enter(selector, twin.host());
+                twin.clearRequests();
+                node.clearFaults();
+            });
+            w.press(selector == w.tx ? showTx : showRx);
+            const QString path = selector == w.tx ? sendersPath : receiversPath;
+            QCOMPARE(twin.requestLines().filter(path).size(), 2);
+        }
     }
 
-    void tellsWhatIsMissing()
+    void tellsWhatFails_data()
+    {
+        columns<QString, QString, QString, QString>("command", "tx", "rx", "box"); // %1 is the host
+        const QString host = "%1"_s;
+        row("nothing to connect", connectCommand, ""_s, ""_s,
+            "Warning: Connect: No video sender found on transmitter node."_s);
+        row("a trailing word makes another host", connectCommand, "%1 studio"_s, host,
+            "Warning: Connect: No video sender found on transmitter node."_s);
+        row("no receiver to connect", connectCommand, host, ""_s,
+            "Warning: Connect: No video receiver found on receiver node."_s);
+        row("no receiver to disconnect", disconnectCommand, host, ""_s,
+            "Warning: Disconnect: No video receiver found on receiver node."_s);
+        row("a refused patch", connectCommand, host, host,
+            "Critical: Connect: Patch failed on video:\nError transferring "_s);
+        row("a refused disconnection", disconnectCommand, host, host,
+            "Critical: Disconnect: Patch failed on video:\nError transferring "_s);
+        row("no transmitter", showTx, ""_s, host,
+            "Warning: No Sender: No sender found on transmitter node."_s);
+        row("no SDP of the sender", showTx, host, host,
+            "Warning: SDP: Failed to fetch SDP from sender."_s);
+        row("no receiver", showRx, host, ""_s,
+            "Information: Info: No senders on the receiver node to display SDP from."_s);
+        row("nothing staged", showRx, host, host,
+            "Warning: SDP: Nothing is connected/Failed to fetch SDP."_s);
+    }
+
+    void tellsWhatFails()
     {
         QFETCH(const QString, command);
-        QFETCH(const bool, isNode);
-        QFETCH(const ShownBox, box);
-        SimulatedNode tx;
-        const SimulatedNode rx(NodeDescription::receiver());
-        tx.setFault(SimulatedNode::manifestPath(tx.senderIds(Essence::Video).value(0)),
-                    Fault::status(500));
-        SdpWindow w;
-        if (isNode) {
-            Window::enter(w.tx, tx.host());
-            Window::enter(w.rx, rx.host());
+        QFETCH(QString, tx);
+        QFETCH(QString, rx);
+        QFETCH(const QString, box);
+        SimulatedNode sending;
+        SimulatedNode receiving(NodeDescription::receiver());
+        if (command == showTx) {
+            sending.setFault(SimulatedNode::manifestPath(sending.senderIds().at(0)),
+                             Fault::status(500));
         }
+        receiving.setFault("*"_s, Fault::status(423).onMethod("PATCH"));
+        SdpWindow w;
+        Window::enter(w.tx, tx.replace("%1"_s, sending.host()));
+        Window::enter(w.rx, rx.replace("%1"_s, receiving.host()));
         w.press(command);
-        QCOMPARE(w.boxes.take(), QList<ShownBox>{box});
+        const QString shown = w.boxes.take().join(QLatin1Char('|'));
+        const bool isPatch = box.startsWith(QLatin1String("Critical"));
+        QCOMPARE(isPatch ? shown.left(box.size()) : shown, box);
+        QCOMPARE(receiving.requests("PATCH"_s).size(), isPatch ? 1 : 0);
         QVERIFY(w.titles.isEmpty());
     }
 
     void showsAndCopiesWhatWasPassed_data()
     {
-        QTest::addColumn<QString>("passed");
-        const auto row = [](const char *title, const QString &passed) {
-            QTest::newRow(title) << passed;
-        };
+        columns<QString>("passed");
         row("nothing", QString());
         row("lines that end in CR LF, and empty ones", "v=0\r\ns=A\r\n\n\n\n"_s);
         row("markup", "<html><b>s=</b>&amp; <img src='x'>\n"_s);
@@ -218,7 +256,13 @@ private slots:
         dialog.open();
         QCOMPARE(dialog.windowTitle(), "SDP \u2022 %1 <b>&amp;"_s);
         QCOMPARE(SdpDialog({}, {}).windowTitle(), "SDP"_s);
+        QCOMPARE(dialog.size(), QSize(700, 500));
+        const auto buttons = dialog.findChildren<QPushButton *>();
+        QCOMPARE(buttons.at(0)->text(), "Copy SDP"_s);
+        QVERIFY(buttons.at(0)->x() < buttons.at(1)->x());
         auto *const view = dialog.findChild<QTextEdit *>();
+        QCOMPARE(view->font().family(),
+                 QFontDatabase::systemFont(QFontDatabase::FixedFont).family());
         QCOMPARE(view->wordWrapMode() == QTextOption::WrapAnywhere,
                  passed.contains(QString(2001, QLatin1Char('x'))));
         QVERIFY(view->toPlainText() == shown);
@@ -229,7 +273,7 @@ private slots:
         QVERIFY(view->toPlainText() == shown);
 
         QGuiApplication::clipboard()->setText("something else"_s);
-        WindowDriver::press(&dialog, "Copy SDP"_s);
+        QTest::keyClick(view, Qt::Key_Return);
         QVERIFY(QGuiApplication::clipboard()->text() == shown);
         QVERIFY(dialog.isVisible());
         WindowDriver::press(&dialog, "Close"_s);

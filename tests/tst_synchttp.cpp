@@ -1,6 +1,7 @@
 // The synchronous requests against real nodes: what is sent, and what ends a wait.
 
 #include "SimulatedNode.h"
+#include "net/NestedWait.h"
 #include "net/NodeRequest.h"
 #include "net/SyncHttp.h"
 #include "support/LogRecorder.h"
@@ -39,6 +40,8 @@ private slots:
     void init()
     {
         manager = std::make_unique<QNetworkAccessManager>();
+        // Ends what waits without end.
+        QTimer::singleShot(60000, manager.get(), [this] { manager.reset(); });
     }
 
     void cleanup()
@@ -50,9 +53,9 @@ private slots:
 
     void normalizesUrls_data()
     {
-        columns<QString, QString>("url", "normalized");
-        const auto row = [](const char *url, const char *normalized) {
-            QTest::newRow(url) << QString::fromLatin1(url) << QString::fromLatin1(normalized);
+        columns<QString, QByteArray>("normalized", "host"); // host: the header, where we set it
+        const auto row = [](const char *url, const char *normalized, const char *host = "") {
+            QTest::newRow(url) << QString::fromLatin1(normalized) << QByteArray(host);
         };
         row("http://fe80::1:8080/x?y#z", "http://[fe80::1]:8080/x?y#z");
         row("http://fe80::a:b/", "http://[fe80::a:b]/"); // no integer, so no port
@@ -63,50 +66,41 @@ private slots:
         row("http://10.0.0.5:80/a::b", "http://10.0.0.5:80/a::b");
         row("http://1:2:3:4:5:6:7:8:80/", "http://1:2:3:4:5:6:7:8:80/");
         row("fe80::1:8080/x", "fe80::1:8080/x");
-        row("http://fe80::1%eth0:8080/x", "http://[fe80::1%25eth0]:8080/x");
-        row("http://fe80::1%eth0/x", "http://[fe80::1%25eth0]/x");
-        row("http://fe80::1%25:80/", "http://[fe80::1%2525]:80/"); // a number
-        row("http://fe80::1%25eth0:80/", "http://[fe80::1%25eth0]:80/");
-        row("http://fe80::1%25g0:80/", "http://[fe80::1%2525g0]:80/"); // the name of an interface
+        row("http://fe80::1%eth0:8080/x", "http://[fe80::1%25eth0]:8080/x", "[fe80::1]:8080");
+        row("http://fe80::1%eth0/x", "http://[fe80::1%25eth0]/x", "[fe80::1]");
+        row("http://fe80::1%5", "http://[fe80::1%255]", "[fe80::1]");
+        row("http://fe80::1%25:80/", "http://[fe80::1%2525]:80/", "[fe80::1]:80"); // a number
+        row("http://fe80::1%25eth0:80/", "http://[fe80::1%25eth0]:80/", "[fe80::1]:80");
+        // The name of an interface.
+        row("http://fe80::1%25g0:80/", "http://[fe80::1%2525g0]:80/", "[fe80::1]:80");
     }
 
     void normalizesUrls()
     {
-        QFETCH(const QString, url);
         QFETCH(const QString, normalized);
-        if (url.contains("%25g0"_s)) {
-            const QString add = "link add 25g0 type veth peer name 25g1"_s;
-            if (QNetworkInterface::interfaceIndexFromName("vx0"_s) == 0
-                || QProcess::execute("ip"_s, add.split(QLatin1Char(' '))) != 0) {
-                QSKIP("needs a network namespace of its own (scripts/with-network)");
-            }
+        const QString url = QString::fromLatin1(QTest::currentDataTag());
+        const QString add = "link add 25g0 type veth peer name 25g1"_s;
+        if (url.contains("%25g0"_s)
+            && (QNetworkInterface::interfaceIndexFromName("vx0"_s) == 0
+                || QProcess::execute("ip"_s, add.split(QLatin1Char(' '))) != 0)) {
+            QSKIP("needs a network namespace of its own (scripts/with-network)");
         }
         QCOMPARE(normalizeUrl(url), normalized);
         QCOMPARE(normalizeUrl(normalized), normalized);
-    }
-
-    void requestsHttpOnly_data()
-    {
-        columns<QString, QUrl>("text", "url"); // invalid: none
-        const auto row = [](const char *text, const char *url = "") {
-            QTest::newRow(text) << QString::fromLatin1(text) << QUrl(QString::fromLatin1(url));
-        };
-        row("https://cam.local/x?y=%20", "https://cam.local/x?y=%20");
-        row("192.0.2.1:80/x", "http://192.0.2.1:80/x");
-        row(" http://192.0.2.1/x\n", "http://192.0.2.1/x");
-        for (const char *text :
-             {"", "file:///etc/hostname", "/etc/hostname", "qrc:/src/styles/DarkBlue.qss",
-              "data:text/plain,v=0", "http://127.0.0.1:80 studio/x"}) {
-            row(text);
-        }
+        QTEST(nodeRequest(QUrl(normalized)).rawHeader("Host"), "host");
     }
 
     void requestsHttpOnly()
     {
-        QFETCH(const QString, text);
-        QFETCH(const QUrl, url);
-        QCOMPARE(requestUrl(text), url);
-        if (!url.isValid()) {
+        const auto requested = [](const char *text) {
+            return requestUrl(QString::fromLatin1(text)).toEncoded();
+        };
+        QCOMPARE(requested("https://cam.local/x?y=%20"), QByteArray("https://cam.local/x?y=%20"));
+        QCOMPARE(requested("192.0.2.1:80/x"), QByteArray("http://192.0.2.1:80/x"));
+        QCOMPARE(requested(" http://192.0.2.1/x\n"), QByteArray("http://192.0.2.1/x"));
+        for (const QString &text : {QString(), "file:///etc/hostname"_s, "/etc/hostname"_s,
+                                    "qrc:/src/styles/DarkBlue.qss"_s, "data:text/plain,v=0"_s,
+                                    "http://127.0.0.1:80 studio/x"_s}) {
             int status = -1;
             QString error;
             QCOMPARE(syncGet(manager.get(), text, &status, &error), QByteArray());
@@ -129,19 +123,18 @@ private slots:
             if (levels < maximumLevels) {
                 QTimer::singleShot(0, manager.get(), nest);
             }
-            if (levels < maximumLevels - 1) {
-                bodies.append(syncGet(manager.get(), node.baseUrl() + path));
-            } else if (levels < maximumLevels) {
+            if (levels == 1) {
                 // It leaves the connections of the others alone.
                 QVERIFY(!syncPatchJson(manager.get(), QUrl(node.baseUrl() + path), {}, &status));
                 QCOMPARE(status, 404);
+            } else if (levels < maximumLevels) {
+                bodies.append(syncGet(manager.get(), node.baseUrl() + path));
             } else {
-                QCOMPARE(syncGet(manager.get(), node.baseUrl() + path, &status, &error),
-                         QByteArray());
-                QCOMPARE(error, "Reentrant call depth exceeded"_s);
-                error.clear();
+                const QString tooDeep = "Reentrant call depth exceeded"_s;
+                syncGet(manager.get(), node.baseUrl() + path, &status, &error);
+                QCOMPARE(std::exchange(error, {}), tooDeep);
                 QVERIFY(!syncPatchJson(manager.get(), QUrl(node.baseUrl()), {}, &status, &error));
-                QCOMPARE(error, "Reentrant call depth exceeded"_s);
+                QCOMPARE(error, tooDeep);
                 QCOMPARE(status, -1);
                 QCOMPARE(requestActivity().levels, 4);
                 node.clearFaults();
@@ -158,15 +151,15 @@ private slots:
         node.setFault("/flood"_s, Fault::flood(0));
         int status = -1;
         QString error;
-        QCOMPARE(syncGet(manager.get(), node.baseUrl() + "/flood"_s, &status, &error),
-                 QByteArray());
+        const auto get = [&](const char *path) {
+            const QString url = node.baseUrl() + QString::fromLatin1(path);
+            return syncGet(manager.get(), url, &status, &error);
+        };
+        QCOMPARE(get("/flood"), QByteArray());
         QCOMPARE(status, -1);
         QCOMPARE(error, "The response is too large"_s);
-
         // Qt's network thread has let go of it too, and serves the next request.
-        QVERIFY(
-            !syncGet(manager.get(), node.baseUrl() + "/x-nmos/node/v1.3/self"_s, &status, &error)
-                 .isEmpty());
+        QVERIFY(!get("/x-nmos/node/v1.3/self").isEmpty());
         QCOMPARE(status, 200);
     }
 
@@ -177,23 +170,22 @@ private slots:
         const auto zlib = [](const QByteArray &unpacked) {
             return qCompress(unpacked).mid(4);
         };
-        const QByteArray deflated = zlib(text).mid(2).chopped(4);
-        QTest::newRow("not packed") << QByteArray("identity") << text << text << QString();
-        QTest::newRow("gzip") << QByteArray("GZIP") << gzip(text) << text << QString();
-        QTest::newRow("gzip by its old name")
-            << QByteArray("x-gzip") << gzip(text) << text << QString();
-        QTest::newRow("nothing, but packed")
-            << QByteArray("gzip") << QByteArray() << QByteArray() << QString();
-        QTest::newRow("deflate") << QByteArray("deflate") << zlib(text) << text << QString();
-        QTest::newRow("deflate without its wrapper")
-            << QByteArray("deflate") << deflated << text << QString();
+        const auto row = [](const char *title, const char *encoding, const QByteArray &body,
+                            const QByteArray &unpacked, const QString &failure = {}) {
+            QTest::newRow(title) << QByteArray(encoding) << body << unpacked << failure;
+        };
+        row("not packed", "identity", text, text);
+        row("gzip", "GZIP", gzip(text), text);
+        row("gzip by its old name", "x-gzip", gzip(text), text);
+        row("nothing, but packed", "gzip", {}, {});
+        row("deflate", "deflate", zlib(text), text);
+        row("deflate without its wrapper", "deflate", zlib(text).mid(2).chopped(4), text);
         const QString broken = "The response cannot be unpacked"_s;
-        QTest::newRow("not what it says") << QByteArray("gzip") << text << QByteArray() << broken;
-        QTest::newRow("cut short")
-            << QByteArray("gzip") << gzip(text).chopped(20) << QByteArray() << broken;
-        QTest::newRow("unpacks to too much")
-            << QByteArray("gzip") << gzip(QByteArray(maximumResponseBody + 1, ' ')) << QByteArray()
-            << "The response is too large"_s;
+        row("not what it says", "gzip", text, {}, broken);
+        row("cut short", "gzip", gzip(text).chopped(20), {}, broken);
+        const QByteArray most(maximumResponseBody, ' ');
+        row("as much as is taken", "gzip", gzip(most), most);
+        row("unpacks to too much", "gzip", gzip(most + ' '), {}, "The response is too large"_s);
     }
 
     void unpacksBodies()
@@ -207,8 +199,7 @@ private slots:
         QString error;
         QCOMPARE(syncGet(manager.get(), node.baseUrl() + "/packed"_s, nullptr, &error), text);
         QCOMPARE(error, failure);
-        QVERIFY(
-            node.requests().constFirst().headers.contains({"Accept-Encoding", "gzip, deflate"}));
+        QVERIFY(node.requests().at(0).headers.contains({"Accept-Encoding", "gzip, deflate"}));
     }
 
     void keepsPatchesOffStalledConnections()
@@ -216,12 +207,16 @@ private slots:
         // Header and body of a PATCH leave in two segments: on a connection that was in use before,
         // the second would wait for a delayed acknowledgement. Each PATCH has a connection of its
         // own.
-        const RawServer server(httpAnswer({}));
+        RawServer server(httpAnswer({}));
         const QString url = "http://"_s + server.host();
         syncGet(manager.get(), url);
         QCOMPARE(server.connections, 1);
         QVERIFY(syncPatchJson(manager.get(), QUrl(url), {}));
         QCOMPARE(server.connections, 2);
+        server.close();
+        int status = -1;
+        QVERIFY(!syncPatchJson(manager.get(), QUrl(url), {}, &status));
+        QCOMPARE(status, 0);
     }
 
     void survivesTheEndOfItsManager()
@@ -238,18 +233,28 @@ private slots:
         const RawServer silent;
         const QString url = "http://"_s + silent.host();
         const LogRecorder log;
-        QStringList errors{{}, {}, {}};
-        QTimer::singleShot(0, this, [this, url, &errors] {
+        QStringList errors{{}, {}, {}, {}, {}};
+        const auto get = [this, &url, &errors](int number) {
+            syncGet(manager.get(), url, nullptr, &errors[number]);
+        };
+        QTimer::singleShot(0, this, [&] {
             QTimer::singleShot(0, qApp, &QCoreApplication::quit);
-            syncGet(manager.get(), url, nullptr, &errors[0]);
+            get(0);
             QVERIFY(requestActivity().closing);
-            syncGet(manager.get(), url, nullptr, &errors[1]);
+            get(1);
             syncPatchJson(manager.get(), QUrl(url), {}, nullptr, &errors[2]);
         });
         QCoreApplication::exec();
-        const QString closing = "The program is closing"_s;
-        QCOMPARE(errors, QStringList({closing, closing, closing}));
         QVERIFY(!requestActivity().closing);
+        QTimer::singleShot(0, this, [&get] {
+            QTimer::singleShot(0, qApp, &Closing::begin);
+            get(3);
+        });
+        get(4);
+        Closing::over();
+        for (const QString &error : qAsConst(errors)) {
+            QCOMPARE(error, "The program is closing"_s);
+        }
         QCOMPARE(log.lines(), QStringList());
     }
 

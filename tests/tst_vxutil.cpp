@@ -25,7 +25,7 @@ public:
         feedAddress() = QUrl("http://%1/feed"_s.arg(host()));
     }
 
-    QByteArray drip; // comes behind the answer, each 10 ms
+    QByteArray drip; // comes behind the answer, each 60 ms
 
 protected:
     void reply(QSslSocket *socket) override
@@ -35,7 +35,7 @@ protected:
         if (!drip.isEmpty()) {
             auto *const timer = new QTimer(socket);
             connect(timer, &QTimer::timeout, socket, [this, socket] { socket->write(drip); });
-            timer->start(10);
+            timer->start(60);
         }
     }
 };
@@ -75,28 +75,31 @@ private slots:
                             const Version &installed = {8, 0, 180}) {
             QTest::newRow(name.constData()) << answer << expected << installed;
         };
-        const auto feed = [&row](const char *name, const QByteArray &body, int expected,
-                                 const Version &installed = {8, 0, 180}) {
-            row(name, httpAnswer(body), expected, installed);
+        const auto version = [&row](const char *text, int expected, const Version &installed) {
+            row(text, httpAnswer(release('"' + QByteArray(text) + '"')), expected, installed);
         };
-        feed("a higher third number is newer", release("\"8.0.181\""), VXUTIL_NEWER);
-        feed("an older version is not newer", release("\"7.9.999\""), VXUTIL_NOT_NEWER);
-        feed("8.10.0 is newer than 8.9.0", release("\"8.10.0\""), VXUTIL_NEWER, {8, 9, 0});
-        feed("missing numbers are 0", release("\"8.1.0.0\""), VXUTIL_NOT_NEWER, {8, 1, 0});
+        const auto feed = [&row](const char *name, const QByteArray &body,
+                                 int expected = VXUTIL_BAD_FEED) {
+            row(name, httpAnswer(body), expected);
+        };
+        version("8.0.181", VXUTIL_NEWER, {8, 0, 180});
+        version("7.9.999", VXUTIL_NOT_NEWER, {8, 0, 180});
+        version("8.10.0", VXUTIL_NEWER, {8, 9, 0});
+        version("9", VXUTIL_NEWER, {8, 9, 0});
+        version("8.1.0.0", VXUTIL_NOT_NEWER, {8, 1, 0});
+        for (const char *text : {"8.1.0-beta", "9.+1", "9..1", "9.0.0.0.0", "9.4294967304.0"}) {
+            version(text, VXUTIL_BAD_FEED, {8, 0, 180});
+        }
+        feed("a version that is a number", release("9.1"));
         feed("an unknown application", "{\"other\": {}}", VXUTIL_NOT_NEWER);
-        feed("no release notes",
-             "{\"nodepatch\": {\"version\": \"9\", \"download\": \"https://x.example\"}}",
-             VXUTIL_NEWER);
-        feed("a version with letters", release("\"8.1.0-beta\""), VXUTIL_BAD_FEED);
-        feed("a version with a sign", release("\"9.+1\""), VXUTIL_BAD_FEED);
-        feed("a version of five numbers", release("\"9.0.0.0.0\""), VXUTIL_BAD_FEED);
-        feed("a number past 31 bits", release("\"9.4294967304.0\""), VXUTIL_BAD_FEED);
-        feed("a version that is a number", release("9.1"), VXUTIL_BAD_FEED);
-        feed("a download by FTP", release("\"9.0\"", "ftp://x.example/"), VXUTIL_BAD_FEED);
-        feed("a download without a host", release("\"9.0\"", "https:///x"), VXUTIL_BAD_FEED);
-        feed("notes that are null", release("\"9.0\"", "https://x", "null"), VXUTIL_BAD_FEED);
-        feed("not JSON", "<html>", VXUTIL_BAD_FEED);
-        feed("a byte more than 64 KiB", newer.leftJustified(65537 - 42), VXUTIL_BAD_FEED);
+        feed("an application that is no object", "{\"nodepatch\": []}");
+        feed("a download by FTP", release("\"9.0\"", "ftp://x.example/"));
+        feed("a download without a host", release("\"9.0\"", "https:///x"));
+        feed("notes that are null", release("\"9.0\"", "https://x", "null"));
+        feed("not JSON", "<html>");
+        feed("no object", "[]");
+        feed("64 KiB", newer.leftJustified(65536 - 42), VXUTIL_NEWER);
+        feed("a byte more than 64 KiB", newer.leftJustified(65537 - 42));
         row("a head of more than 64 KiB",
             httpAnswer(newer, "200 OK" + QByteArray("\r\nSet-Cookie: a=b").repeated(20000)),
             VXUTIL_BAD_FEED);
@@ -150,7 +153,10 @@ private slots:
         QCOMPARE(QByteArray(version), QByteArray("8.1"));
         QCOMPARE(QByteArray(download), QByteArray("https://x.example/?a=b"));
         QCOMPARE(QByteArray(notes), QByteArray("http://x.example/%C3%A9"));
-        QCOMPARE(server.requests.size(), 2);
+        server.answer = httpAnswer(release("\"8.1\"").replace("notes", "other"));
+        QCOMPARE(query(0), VXUTIL_NEWER);
+        QVERIFY(notes == nullptr);
+        QCOMPARE(server.requests.size(), 3);
         const QByteArray host = server.host().toLatin1();
         QVERIFY(server.requests.first().startsWith("GET /feed HTTP/1.1\r\nHost: " + host + "\r\n"));
         QVERIFY2(!server.requests.first().contains("nodepatch"), "the feed learns who asks");
@@ -161,48 +167,26 @@ private slots:
         QCOMPARE(query(0, nullptr), VXUTIL_BAD_CALL);
     }
 
-    void followsRedirects_data()
-    {
-        QTest::addColumn<QByteArray>("status");
-        for (const char *status : {"300", "301", "302", "303", "307", "308"}) {
-            QTest::newRow(status) << QByteArray(status);
-        }
-    }
-
     void followsRedirects()
     {
-        QFETCH(const QByteArray, status);
         const FeedServer target(httpAnswer(newer));
-        const QByteArray location = feedAddress().toEncoded();
-        FeedServer server(httpAnswer("", status + " Moved\r\nLocation: " + location + "#here"));
-        const bool isFollowed = status != "300";
-        QCOMPARE(ask(), isFollowed ? VXUTIL_NEWER : VXUTIL_REFUSED);
-        QCOMPARE(target.requestLines(), QStringList("GET /feed"_s).mid(isFollowed ? 0 : 1));
-
-        server.answer = httpAnswer("", status + " Moved\r\nLocation: /feed?again");
+        const QByteArray location = feedAddress().toEncoded() + "#here";
+        FeedServer server;
+        for (const QByteArray status : {"300", "301", "302", "303", "307", "308"}) {
+            server.answer = httpAnswer("", status + " Moved\r\nLocation: " + location);
+            QCOMPARE(ask(), status == "300" ? VXUTIL_REFUSED : VXUTIL_NEWER);
+        }
+        QCOMPARE(target.requestLines().count("GET /feed"_s), 5);
+        server.requests.clear();
+        server.answer = httpAnswer("", "302 Moved\r\nLocation: /feed?again");
         QCOMPARE(ask(), VXUTIL_REFUSED);
-        QCOMPARE(server.requests.size(), isFollowed ? 1 + 4 : 2);
-        QCOMPARE(server.requests.last().startsWith("GET /feed?again HTTP/1.1\r\n"), isFollowed);
-    }
-
-    void goesThroughTheSystemsProxy_data()
-    {
-        columns<QUrl, QByteArray, int>("feed", "request", "expected");
-        QTest::newRow("http: the proxy is asked for the feed")
-            << QUrl("http://feed.example?b"_s)
-            << QByteArray("GET http://feed.example/?b HTTP/1.1\r\nHost: feed.example\r\n"
-                          "Proxy-Authorization: Basic dXNlcjpzZWNyZXQ=\r\n")
-            << static_cast<int>(VXUTIL_NEWER);
-        QTest::newRow("https: the proxy is asked for a connection")
-            << QUrl("https://feed.example/a"_s)
-            << QByteArray("CONNECT feed.example:443 HTTP/1.1\r\n")
-            << static_cast<int>(VXUTIL_NO_ANSWER);
+        QCOMPARE(server.requestLines(),
+                 QStringList({"GET /feed"_s, "GET /feed?again"_s, "GET /feed?again"_s,
+                              "GET /feed?again"_s}));
     }
 
     void goesThroughTheSystemsProxy()
     {
-        QFETCH(const QUrl, feed);
-        QFETCH(const QByteArray, request);
         const FeedServer proxy(httpAnswer(newer));
         const QByteArray address = "http://user:secret@" + feedAddress().authority().toLatin1();
         qputenv("http_proxy", address);
@@ -211,10 +195,15 @@ private slots:
             qunsetenv("http_proxy");
             qunsetenv("https_proxy");
         });
-        feedAddress() = feed;
-        QTEST(static_cast<int>(ask()), "expected");
-        const QByteArray sent = proxy.requests.value(0);
-        QVERIFY2(sent.startsWith(request), sent.constData());
+        feedAddress() = QUrl("http://feed.example?b"_s);
+        QCOMPARE(ask(), VXUTIL_NEWER); // the proxy is asked for the feed
+        QVERIFY2(proxy.requests.value(0).startsWith(
+                     "GET http://feed.example/?b HTTP/1.1\r\nHost: feed.example\r\n"
+                     "Proxy-Authorization: Basic dXNlcjpzZWNyZXQ=\r\n"),
+                 proxy.requests.value(0).constData());
+        feedAddress() = QUrl("https://feed.example/a"_s);
+        QCOMPARE(ask(), VXUTIL_NO_ANSWER); // for a connection
+        QCOMPARE(proxy.requestLines().value(1), "CONNECT feed.example:443"_s);
     }
 
     void meetsTheTimeLimit_data()
@@ -229,6 +218,7 @@ private slots:
         row("a feed that never answers", "http", {}, {});
         row("a feed that drips bytes", "http", head + "\r\n", " ");
         row("a feed that drips fields", "http", head, "A: b\r\n");
+        row("redirects that come slowly", "http", {}, httpAnswer("", "302 Found\r\nLocation: /"));
         row("a TLS handshake that stops", "https", {}, {});
         row("a head without end", "http", head, QByteArray("A: b\r\n").repeated(1000),
             VXUTIL_BAD_FEED);
@@ -254,7 +244,7 @@ private slots:
         QCOMPARE(askReleaseFeed(feedAddress(), "nodepatch"_s, Version{8}, limit, &found), expected);
         const qint64 took = clock.elapsed();
         QVERIFY2(endsBySize || (took >= 200 && took < 1500), qPrintable(QString::number(took)));
-        QCOMPARE(server.connections, 1); // it was this server that kept it waiting
+        QVERIFY(server.connections > 0); // it was this server that kept it waiting
     }
 
     void waitsForThreeSeconds()
@@ -271,8 +261,8 @@ private slots:
     {
         const Certificate certificate;
         QVERIFY2(!certificate.chain.isEmpty(), "the openssl command is needed");
-        const FeedServer plain(httpAnswer(newer));
-        const QByteArray elsewhere = feedAddress().toEncoded();
+        FeedServer plain(httpAnswer(newer));
+        const QUrl elsewhere = feedAddress();
         FeedServer server(plain.answer);
         feedAddress().setScheme("https"_s);
         server.tls = certificate.server;
@@ -280,10 +270,14 @@ private slots:
         QVERIFY(server.requests.isEmpty());
         certificate.trust();
         QCOMPARE(ask(), VXUTIL_NEWER);
-        // What is asked over TLS is not answered without.
-        server.answer = httpAnswer("", "302 Found\r\nLocation: " + elsewhere);
+        // What is asked over TLS is not answered without; the other way about it is.
+        server.answer = httpAnswer("", "302 Found\r\nLocation: " + elsewhere.toEncoded());
         QCOMPARE(ask(), VXUTIL_REFUSED);
         QVERIFY(plain.requests.isEmpty());
+        server.answer = std::exchange(
+            plain.answer, httpAnswer("", "302 Found\r\nLocation: " + feedAddress().toEncoded()));
+        feedAddress() = elsewhere;
+        QCOMPARE(ask(), VXUTIL_NEWER);
     }
 };
 

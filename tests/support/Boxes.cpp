@@ -7,6 +7,8 @@
 #include <QApplication>
 #include <QtTest>
 
+#include <utility>
+
 Boxes::Boxes(std::function<void(QDialog *)> answer)
     : answerDialog(std::move(answer))
 {
@@ -17,17 +19,14 @@ Boxes::Boxes(std::function<void(QDialog *)> answer)
 
 Boxes::~Boxes()
 {
-    for (const ShownBox &box : qAsConst(shown)) {
-        QTest::qFail(qPrintable(QStringLiteral("unexpected box: %1 / %2").arg(box.title, box.text)),
-                     __FILE__, __LINE__);
+    for (const QString &box : qAsConst(shown)) {
+        QTest::qFail(qPrintable(QStringLiteral("unexpected box: ") + box), __FILE__, __LINE__);
     }
 }
 
-QList<ShownBox> Boxes::take()
+QStringList Boxes::take()
 {
-    QList<ShownBox> taken;
-    taken.swap(shown);
-    return taken;
+    return std::exchange(shown, {});
 }
 
 void Boxes::look()
@@ -46,7 +45,10 @@ void Boxes::look()
         if (box->textFormat() != Qt::PlainText) {
             QTest::qFail("a message box that guesses the format of its text", __FILE__, __LINE__);
         }
-        shown.append({box->windowTitle(), box->text(), box->icon()});
+        const char *kinds[] = {"", "Information", "Warning", "Critical"};
+        shown +=
+            QStringList{QLatin1String(kinds[box->icon()]), box->windowTitle(), box->text()}.join(
+                QLatin1String(": "));
         if (inspect) {
             inspect(box);
         }
@@ -60,10 +62,4 @@ void Boxes::look()
             dialog->reject();
         }
     }
-}
-
-char *toString(const ShownBox &box)
-{
-    return QTest::toString(box.title + QStringLiteral(" / ") + box.text + QStringLiteral(" / icon ")
-                           + QString::number(box.icon));
 }

@@ -3,23 +3,10 @@
 #include <QDialog>
 #include <QElapsedTimer>
 #include <QMessageBox>
+#include <QStringList>
 #include <QTimer>
 
 #include <functional>
-
-// A message box that was shown.
-struct ShownBox {
-    QString title;
-    QString text;
-    QMessageBox::Icon icon;
-
-    bool operator==(const ShownBox &other) const
-    {
-        return title == other.title && text == other.text && icon == other.icon;
-    }
-};
-
-Q_DECLARE_METATYPE(ShownBox)
 
 // Answers modal windows in place of the operator. Records each message box and presses its first
 // button; hands any other dialog to answer(), or rejects it when there is no such function. A box
@@ -30,8 +17,8 @@ public:
     explicit Boxes(std::function<void(QDialog *)> answer = {});
     ~Boxes() override;
 
-    // The boxes that were shown since the last call, oldest first.
-    QList<ShownBox> take();
+    // The boxes that were shown since the last call, oldest first: "Warning: title: text".
+    QStringList take();
 
     // Looks at a message box before it is closed, or closes it in its own way.
     std::function<void(QMessageBox *)> inspect;
@@ -42,9 +29,6 @@ private:
     void look();
 
     std::function<void(QDialog *)> answerDialog;
-    QList<ShownBox> shown;
+    QStringList shown;
     QTimer timer;
 };
-
-// Lets QCOMPARE print boxes that differ.
-char *toString(const ShownBox &box);

@@ -3,18 +3,35 @@
 #include "SimulatedNode.h"
 #include "discovery/NMOSMdnsBrowser.h"
 #include "support/Boxes.h"
+#include "support/EventCounter.h"
+#include "support/ProgramTest.h"
+#include "support/TestMain.h"
 #include "support/Window.h"
 
 #include <QApplication>
 #include <QComboBox>
 #include <QDialog>
+#include <QDialogButtonBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QPushButton>
 #include <QSpinBox>
 #include <QTimer>
 #include <QUrl>
 
 #include <functional>
+
+inline const QString connectCommand = "Connect (Tx->Rx)"_s;
+inline const QString disconnectCommand = "Disconnect Rx"_s;
+inline const QString addCommand = "Add Device"_s;
+inline const QString removeCommand = "Remove Device"_s;
+inline const QString showTx = "Transmitter IP: show SDP"_s;
+inline const QString showRx = "Receiver IP: show SDP"_s;
+inline const QString sendersPath = SimulatedNode::collectionPath("senders"_s);
+inline const QString receiversPath = SimulatedNode::collectionPath("receivers"_s);
+inline const QString devicesPath = SimulatedNode::collectionPath("devices"_s);
+inline const QString local = "127.0.0.1"_s;
 
 // A main window whose nodes a test reports, adds and removes, also while the program waits.
 struct IntakeWindow : Window {
@@ -26,7 +43,7 @@ struct IntakeWindow : Window {
     // What discovery says of a node once it has read its self resource.
     void report(const SimulatedNode &node, const QString &name)
     {
-        const QUrl url(node.baseUrl() + QStringLiteral("/x-nmos/node/v1.3/self"));
+        const QUrl url(node.baseUrl() + "/x-nmos/node/v1.3/self"_s);
         emit window.findChild<NMOSMdnsBrowser *>()->nodeSelfReady(name, url, {});
     }
 
@@ -34,7 +51,12 @@ struct IntakeWindow : Window {
     {
         dialog->findChild<QLineEdit *>()->setText(address);
         dialog->findChild<QSpinBox *>()->setValue(port);
-        dialog->accept();
+        click(dialog, QDialogButtonBox::Ok);
+    }
+
+    static void click(QDialog *dialog, QDialogButtonBox::StandardButton button)
+    {
+        dialog->findChild<QDialogButtonBox *>()->button(button)->click();
     }
 
     void addDevice(const QString &address, int port)
@@ -42,16 +64,16 @@ struct IntakeWindow : Window {
         device = [address, port](QDialog *dialog) {
             fillIn(dialog, address, port);
         };
-        press(QStringLiteral("Add Device"));
+        press(addCommand);
     }
 
     void removeDevice(int row)
     {
         device = [row](QDialog *dialog) {
             dialog->findChild<QListWidget *>()->setCurrentRow(row);
-            dialog->accept();
+            click(dialog, QDialogButtonBox::Ok);
         };
-        press(QStringLiteral("Remove Device"));
+        press(removeCommand);
     }
 
     static QDialog *dialog()
@@ -105,7 +127,7 @@ inline QStringList entries(const QComboBox *selector)
 
 inline QString entry(const QString &name, const SimulatedNode &node, const QString &label)
 {
-    return QStringLiteral("%1 (%2-%3)").arg(name, node.host(), label);
+    return "%1 (%2-%3)"_s.arg(name, node.host(), label);
 }
 
 inline QStringList storedDevices()
@@ -124,6 +146,3 @@ inline void storeDevices(const QList<ManualDevice> &devices)
     QSettings store = settings();
     ManualDevices::write(store, devices);
 }
-
-inline const QString sendersPath = SimulatedNode::collectionPath(QStringLiteral("senders"));
-inline const QString receiversPath = SimulatedNode::collectionPath(QStringLiteral("receivers"));

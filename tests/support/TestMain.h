@@ -17,6 +17,13 @@ void columns(Names... names)
     (QTest::addColumn<Types>(names), ...);
 }
 
+// Adds a row of such a function: row("name", "url"_s, 200).
+template <typename... Values>
+void row(const char *name, const Values &...values)
+{
+    (QTest::newRow(name) << ... << values);
+}
+
 // Runs a test with a QApplication that needs no display and with a temporary home directory, so
 // that the tests neither read nor change the settings and caches of the person who runs them.
 int runTest(int argc, char **argv, const std::function<int()> &test);
