@@ -84,8 +84,9 @@ private slots:
                    // device.
                    w.removeDevice(3);
                    w.removeDevice(0);
-                   for (int i = 5; i < 24; ++i) {
-                       w.report(plant.at(i), QString::number(i));
+                   for (int i = 5; i < 24; ++i) { // none inside the wait of another
+                       QTimer::singleShot(0, &w.window,
+                                          [&, i] { w.report(plant.at(i), QString::number(i)); });
                    }
                });
         w.when(isAsked(6), [&] {
