@@ -156,8 +156,7 @@ private slots:
                        return;
                    }
                    w.boxes.keepsOpen = true;
-                   w.when([] { return IntakeWindow::dialog(); },
-                          [&] { w.report(plant.at(0), "again"_s); });
+                   w.when(&IntakeWindow::dialog, [&] { w.report(plant.at(0), "again"_s); });
                    w.when([&] { return plant.at(0).requests().size() == 2; },
                           [&] {
                               rx.clearFaults();
@@ -210,16 +209,14 @@ private slots:
             }
         };
         IntakeWindow w;
-        w.when([] { return IntakeWindow::dialog(); },
-               [&] {
-                   if (isClosing) {
-                       answer();
-                   }
-                   w.report(hanging, "H"_s);
-               });
-        if (!isClosing) {
-            w.whenAsked(hanging, sendersPath, answer);
-        }
+        w.when(&IntakeWindow::dialog, [&] {
+            if (isClosing) {
+                answer();
+            } else {
+                w.whenAsked(hanging, sendersPath, answer);
+            }
+            w.report(hanging, "H"_s);
+        });
         w.press(command);
         QCOMPARE(hanging.requests().isEmpty(), isClosing);
         if (isAdding) {
@@ -254,34 +251,34 @@ private slots:
         SimulatedNode tx;
         SimulatedNode rx(NodeDescription::receiver());
         const EventCounter<QDialog> dialogs(qApp, QEvent::Show);
+        BrowserWindow *browser = nullptr;
         {
             IntakeWindow w;
             Window::enter(w.tx, tx.host());
             w.press("Browse"_s);
+            QTRY_VERIFY(browser = qobject_cast<BrowserWindow *>(QApplication::activeWindow()));
             w.boxes.keepsOpen = true;
-            if (!hanging.isEmpty()) {
-                tx.setFault(hanging, Fault::hang());
-                w.device = [&tx](QDialog *dialog) {
-                    IntakeWindow::fillIn(dialog, local, tx.port());
-                };
-            }
-            tx.clearRequests();
             // The command waits inside a check.
             rx.setFault(receiversPath, Fault::hang());
             rx.clearRequests();
             w.whenAsked(rx, receiversPath, [&] { w.press(command); });
             int sent = 0;
             int shown = 0;
-            w.when(
-                [&] {
-                    return hanging.isEmpty() ? IntakeWindow::dialog() != nullptr
-                                             : !tx.requestLines().filter(hanging).isEmpty();
-                },
-                [&] {
-                    shown = dialogs.count;
-                    sent = tx.requests().size();
-                    w.window.close();
-                });
+            const auto close = [&] {
+                shown = dialogs.count;
+                sent = tx.requests().size();
+                w.window.close();
+            };
+            if (hanging.isEmpty()) {
+                w.when(&IntakeWindow::dialog, close);
+            } else {
+                tx.setFault(hanging, Fault::hang());
+                w.device = [&tx](QDialog *dialog) {
+                    IntakeWindow::fillIn(dialog, local, tx.port());
+                };
+                w.whenAsked(tx, hanging, close);
+            }
+            tx.clearRequests();
             Window::enter(w.rx, rx.host());
             QVERIFY(sent > 0 || hanging.isEmpty());
             w.report(tx, "T"_s);
@@ -292,12 +289,7 @@ private slots:
             const auto *discovery = w.window.findChild<NMOSMdnsBrowser *>();
             QVERIFY(!discovery->findChild<QMdnsEngine::Browser *>());
         }
-        const auto windows = QApplication::topLevelWidgets();
-        for (QWidget *window : windows) {
-            if (qobject_cast<BrowserWindow *>(window)) {
-                delete window;
-            }
-        }
+        delete browser;
         // Another window begins anew.
         rx.clearFaults();
         IntakeWindow w;

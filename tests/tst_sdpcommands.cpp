@@ -69,9 +69,9 @@ private slots:
 
     void followsTheChosenDevice_data()
     {
-        columns<bool>("isWhole");
-        QTest::newRow("with audio and data") << true;
-        QTest::newRow("without: then the node's first ones are patched, and not shown") << false;
+        columns<bool>("isWhole"); // else the node's first audio and data are patched, and not shown
+        row("with audio and data", true);
+        row("with video alone", false);
     }
 
     void followsTheChosenDevice()
@@ -252,6 +252,7 @@ private slots:
     {
         QFETCH(const QString, passed);
         const QString shown = QString(passed).replace(QLatin1String("\r\n"), QLatin1String("\n"));
+        QApplication::setFont(QFont("another"_s), "QTextEdit"); // than the one of fixed pitch
         SdpDialog dialog("%1 <b>&amp;"_s, passed);
         dialog.open();
         QCOMPARE(dialog.windowTitle(), "SDP \u2022 %1 <b>&amp;"_s);

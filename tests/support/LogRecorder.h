@@ -9,12 +9,32 @@ class LogRecorder final {
     Q_DISABLE_COPY_MOVE(LogRecorder)
 
 public:
-    explicit LogRecorder(const QByteArray &category = "default");
-    ~LogRecorder();
+    explicit LogRecorder(const QByteArray &category = "default")
+    {
+        wanted = category;
+        lines().clear();
+    }
+
+    ~LogRecorder()
+    {
+        qInstallMessageHandler(previous);
+    }
 
     // What was logged so far, as in "warning: text".
-    static QStringList &lines();
+    static QStringList &lines()
+    {
+        static QStringList logged;
+        return logged;
+    }
 
 private:
-    const QtMessageHandler previous;
+    static void take(QtMsgType level, const QMessageLogContext &context, const QString &text)
+    {
+        if (context.category == wanted) {
+            lines() += QLatin1String(level == QtInfoMsg ? "info: " : "warning: ") + text;
+        }
+    }
+
+    inline static QByteArray wanted;
+    const QtMessageHandler previous = qInstallMessageHandler(take);
 };
