@@ -234,15 +234,14 @@ private slots:
         QCOMPARE(watch.events.size(), 2);
         QVERIFY(sender.send(brief.bytes()));
         QVERIFY(sender.send(service("end", {}, 2).bytes()));
-        QTRY_COMPARE(watch.events.size(), 3);
-        const int before = asked("brief");
         QTRY_COMPARE(watch.events.size(), 4);
         QCOMPARE(watch.events.last(), "-|end|cam1.local.|80"_s);
-        QCOMPARE(asked("brief"), before);
         // It goes on asking for what nobody answers.
         const QByteArray cam1 = Mdns::question(Mdns::name("cam1.local"), Mdns::A);
         const int soFar = listener.askers(cam1).size();
+        const int before = asked("brief");
         QTRY_VERIFY(listener.askers(cam1).size() > soFar);
+        QCOMPARE(asked("brief"), before);
         QCOMPARE(asked("Cam"), 0);
         QVERIFY(listener.askers(Mdns::label("cam2")).isEmpty());
     }

@@ -97,11 +97,13 @@ private slots:
                 const QByteArray number = QByteArray::number(sent);
                 const QByteArray name = Mdns::instance(number);
                 const QByteArray host = "cam" + number + ".local";
-                sender.send(Mdns::pointer(number)
-                                .target(name, host, 80)
-                                .text(name, {"a=1"})
-                                .address(host, QHostAddress(0x7f010000U + sent).toString())
-                                .bytes());
+                sender.send(
+                    Mdns::pointer(number)
+                        .target(name, host, 80)
+                        .text(name, {"a=1"})
+                        .address(host,
+                                 QHostAddress(0x7f010000U + static_cast<quint32>(sent)).toString())
+                        .bytes());
             }
             last = computed();
         });

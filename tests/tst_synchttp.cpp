@@ -48,14 +48,17 @@ private slots:
     {
         // No reply outlives its request.
         QTRY_VERIFY(!manager || manager->findChildren<QNetworkReply *>().isEmpty());
-        QCOMPARE(requestActivity().levels, 0);
+        QCOMPARE(requestActivity().levels + requestActivity().waitTime.count(), 0);
     }
 
-    void normalizesUrls_data()
+    void normalizesUrls()
     {
-        columns<QString, QByteArray>("normalized", "host"); // host: the header, where we set it
-        const auto row = [](const char *url, const char *normalized, const char *host = "") {
-            QTest::newRow(url) << QString::fromLatin1(normalized) << QByteArray(host);
+        // header: the value of Host, where we set it.
+        const auto row = [](const char *text, const char *expected, const char *header = "") {
+            const QString normalized = QString::fromLatin1(expected);
+            QCOMPARE(normalizeUrl(QString::fromLatin1(text)), normalized);
+            QCOMPARE(normalizeUrl(normalized), normalized);
+            QCOMPARE(nodeRequest(QUrl(normalized)).rawHeader("Host"), QByteArray(header));
         };
         row("http://fe80::1:8080/x?y#z", "http://[fe80::1]:8080/x?y#z");
         row("http://fe80::a:b/", "http://[fe80::a:b]/"); // no integer, so no port
@@ -71,23 +74,13 @@ private slots:
         row("http://fe80::1%5", "http://[fe80::1%255]", "[fe80::1]");
         row("http://fe80::1%25:80/", "http://[fe80::1%2525]:80/", "[fe80::1]:80"); // a number
         row("http://fe80::1%25eth0:80/", "http://[fe80::1%25eth0]:80/", "[fe80::1]:80");
-        // The name of an interface.
-        row("http://fe80::1%25g0:80/", "http://[fe80::1%2525g0]:80/", "[fe80::1]:80");
-    }
-
-    void normalizesUrls()
-    {
-        QFETCH(const QString, normalized);
-        const QString url = QString::fromLatin1(QTest::currentDataTag());
         const QString add = "link add 25g0 type veth peer name 25g1"_s;
-        if (url.contains("%25g0"_s)
-            && (QNetworkInterface::interfaceIndexFromName("vx0"_s) == 0
-                || QProcess::execute("ip"_s, add.split(QLatin1Char(' '))) != 0)) {
+        if (QNetworkInterface::interfaceIndexFromName("vx0"_s) == 0
+            || QProcess::execute("ip"_s, add.split(QLatin1Char(' '))) != 0) {
             QSKIP("needs a network namespace of its own (scripts/with-network)");
         }
-        QCOMPARE(normalizeUrl(url), normalized);
-        QCOMPARE(normalizeUrl(normalized), normalized);
-        QTEST(nodeRequest(QUrl(normalized)).rawHeader("Host"), "host");
+        // The name of an interface.
+        row("http://fe80::1%25g0:80/", "http://[fe80::1%2525g0]:80/", "[fe80::1]:80");
     }
 
     void requestsHttpOnly()
@@ -98,9 +91,9 @@ private slots:
         QCOMPARE(requested("https://cam.local/x?y=%20"), QByteArray("https://cam.local/x?y=%20"));
         QCOMPARE(requested("192.0.2.1:80/x"), QByteArray("http://192.0.2.1:80/x"));
         QCOMPARE(requested(" http://192.0.2.1/x\n"), QByteArray("http://192.0.2.1/x"));
-        for (const QString &text : {QString(), "file:///etc/hostname"_s, "/etc/hostname"_s,
-                                    "qrc:/src/styles/DarkBlue.qss"_s, "data:text/plain,v=0"_s,
-                                    "http://127.0.0.1:80 studio/x"_s}) {
+        for (const QString &text :
+             {QString(), "file:///etc/hostname"_s, "/etc/hostname"_s, "qrc:/x"_s,
+              "httpx://127.0.0.1/"_s, "data:text/plain,v=0"_s, "http://127.0.0.1:80 studio/x"_s}) {
             int status = -1;
             QString error;
             QCOMPARE(syncGet(manager.get(), text, &status, &error), QByteArray());
@@ -183,7 +176,7 @@ private slots:
         const QString broken = "The response cannot be unpacked"_s;
         row("not what it says", "gzip", text, {}, broken);
         row("cut short", "gzip", gzip(text).chopped(20), {}, broken);
-        const QByteArray most(maximumResponseBody, ' ');
+        const QByteArray most(64 * 1024 * 1024, ' ');
         row("as much as is taken", "gzip", gzip(most), most);
         row("unpacks to too much", "gzip", gzip(most + ' '), {}, "The response is too large"_s);
     }
