@@ -193,7 +193,7 @@ private slots:
         node.close();
         QVERIFY(node.listen(QHostAddress::Any, 80));
         Discovery discovery;
-        for (const QByteArray attribute :
+        for (const char *attribute :
              {"api_proto=", "api_proto=file", "api_proto=ftp", "api_proto=qrc", "api_proto=data",
               "api_proto=javascript", "api_proto=preconnect-http", "api_proto=a b", "api_ver=.",
               "api_ver=.."}) {
@@ -204,7 +204,7 @@ private slots:
             QTRY_COMPARE(discovery.errors.size(), 1);
             const QVariantList error = discovery.errors.takeFirst();
             const QUrl url = error.at(1).toUrl();
-            const QString text = attribute.startsWith("api_ver")
+            const QString text = QByteArray(attribute).startsWith("api_ver")
                 ? "The API version cannot be part of an address"_s
                 : "Protocol \"%1\" is unknown"_s.arg(url.scheme());
             QCOMPARE(url.port(), 80);

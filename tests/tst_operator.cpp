@@ -227,9 +227,9 @@ private slots:
             QCOMPARE(view->toPlainText(), text);
             QVERIFY(view->isVisible() && view->verticalScrollBar()->value() == 0);
             QVERIFY(view->isReadOnly() && view->tabChangesFocus());
-            QVERIFY(view->find(text.left(1)));
+            QVERIFY(view->find(text.at(0)));
             QTRY_VERIFY((QTest::keyClick(view, Qt::Key_C, Qt::ControlModifier),
-                         QGuiApplication::clipboard()->text() == text.left(1)));
+                         QGuiApplication::clipboard()->text() == QString(text.at(0))));
         } else {
             const auto *label = box.findChild<QLabel *>("qt_msgbox_label"_s);
             QVERIFY(label->height() >= label->heightForWidth(label->width()));
