@@ -98,8 +98,7 @@ private slots:
             log.lines().clear();
             return client.hasSenders(node.host());
         };
-        QVERIFY(found(Fault::body("[{}]")));
-        QVERIFY(found(Fault::body("[null]")));
+        QVERIFY(found(Fault::body("[{}]")) && found(Fault::body("[null]")));
         QVERIFY(found(Fault::body(json("[{'tags':{},'tags':{'a':[]}}]"))));
         QVERIFY(
             found(Fault::body('[' + json("0,").repeated(1500000) + "0]"))); // all that a node has
@@ -162,9 +161,6 @@ private slots:
 
     void findsSenders_data()
     {
-        const int video = NmosClient::Video;
-        const int audio = NmosClient::Audio;
-        const int data = NmosClient::Data;
         // found is id and label, or empty.
         columns<QByteArray, int, QString, QString>("flows", "kind", "preferredId", "found");
         const auto row = [](const char *title, const QByteArray &flows, int kind, const char *id,
@@ -174,16 +170,17 @@ private slots:
         };
         const QByteArray av = json("[{'id':'fa','format':'F:audio'},"
                                    " {'id':'fv','format':'F:video'}]");
-        row("the first of the format", av, video, "", "v V");
-        row("another format", av, audio, "", "a A");
+        row("the first of the format", av, NmosClient::Video, "", "v V");
+        row("another format", av, NmosClient::Audio, "", "a A");
         row("an unknown kind means video", av, 9, "", "v V");
-        row("an id counts, whatever its format", "[]", video, "a", "a A");
-        row("an id that is not listed", av, video, "x", "");
-        row("an id in other letters", av, video, "A", "");
-        row("a sender without a manifest", av, video, "n", "");
-        row("no flow of the format: a null flow id does not match", av, data, "", "");
+        row("an id counts, whatever its format", "[]", NmosClient::Video, "a", "a A");
+        row("an id that is not listed", av, NmosClient::Video, "x", "");
+        row("an id in other letters", av, NmosClient::Video, "A", "");
+        row("a sender without a manifest", av, NmosClient::Video, "n", "");
+        row("no flow of the format: a null flow id does not match", av, NmosClient::Data, "", "");
         row("only the first flow of the format is tried",
-            av.left(1) + json("{'id':'unused','format':'F:video'},") + av.mid(1), video, "", "");
+            av.left(1) + json("{'id':'unused','format':'F:video'},") + av.mid(1), NmosClient::Video,
+            "", "");
     }
 
     void findsSenders()

@@ -166,8 +166,7 @@ private slots:
         QElapsedTimer clock;
         clock.start();
         QCOMPARE(query(0), VXUTIL_NO_ANSWER);
-        const qint64 took = clock.elapsed();
-        QVERIFY2(took >= 3000 && took < 6000, qPrintable(QString::number(took)));
+        QVERIFY(clock.elapsed() >= 3000 && clock.elapsed() < 6000);
         server.close();
         QCOMPARE(query(0), VXUTIL_NO_ANSWER);
         feedAddress().clear();
