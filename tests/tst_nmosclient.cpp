@@ -72,7 +72,8 @@ private slots:
         QStringList asked;
         const auto note = [&node, &asked](bool result) {
             const QRegularExpression initial("^.*/(\\w)\\w+/$"_s);
-            const QStringList initials = node.requestLines().replaceInStrings(initial, "\\1"_s);
+            QStringList initials = node.requestLines();
+            initials.replaceInStrings(initial, "\\1"_s);
             asked += QString(initials.join(QString()) + (result ? "+"_s : "-"_s));
             node.clearRequests();
         };
@@ -333,8 +334,8 @@ private slots:
         QString error = "as it was"_s;
         QCOMPARE(client.connectReceiver(sender, receiver, &error), connected);
         QCOMPARE(error, connected ? "as it was"_s : "Failed to fetch Sender SDP."_s);
-        const QStringList methods =
-            tx.requestLines().replaceInStrings(QRegularExpression(" .*"_s), QString());
+        QStringList methods = tx.requestLines();
+        methods.replaceInStrings(QRegularExpression(" .*"_s), QString());
         QCOMPARE(methods.join(QLatin1Char(' ')), sent.section(QLatin1Char(','), 0, 0));
         QCOMPARE(tx.requests("PATCH"_s).value(0).body,
                  QByteArray("{\"activation\":{\"mode\":\"activate_immediate\"}}"));

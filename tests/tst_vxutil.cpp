@@ -179,9 +179,9 @@ private slots:
         const FeedServer target(httpAnswer(newer));
         const QByteArray location = feedAddress().toEncoded() + "#here";
         FeedServer server;
-        for (const QByteArray status : {"300", "301", "302", "303", "307", "308"}) {
-            server.answer = httpAnswer("", status + " Moved\r\nLocation: " + location);
-            QCOMPARE(ask(), status == "300" ? VXUTIL_REFUSED : VXUTIL_NEWER);
+        for (const char *status : {"300", "301", "302", "303", "307", "308"}) {
+            server.answer = httpAnswer("", QByteArray(status) + " Moved\r\nLocation: " + location);
+            QCOMPARE(ask(), status == QByteArray("300") ? VXUTIL_REFUSED : VXUTIL_NEWER);
         }
         QCOMPARE(target.requestLines().count("GET /feed"_s), 5);
         server.requests.clear();
