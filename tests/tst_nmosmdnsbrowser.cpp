@@ -197,8 +197,10 @@ private slots:
              {"api_proto=", "api_proto=file", "api_proto=ftp", "api_proto=qrc", "api_proto=data",
               "api_proto=javascript", "api_proto=preconnect-http", "api_proto=a b", "api_ver=.",
               "api_ver=.."}) {
-            // A service of its own each time: updates wait for a second.
-            QVERIFY(sender.send(Mdns::service(attribute, {attribute}, Mdns::hour, 80)
+            // A service of its own each time: updates wait for a second. QMdnsEngine reports no
+            // name with a dot.
+            const QByteArray name = QByteArray(attribute).replace('.', 'x');
+            QVERIFY(sender.send(Mdns::service(name, {attribute}, Mdns::hour, 80)
                                     .address("cam1.local", "192.0.2.1"_s)
                                     .bytes()));
             QTRY_COMPARE(discovery.errors.size(), 1);
